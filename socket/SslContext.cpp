@@ -1,0 +1,114 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "socket/SslContext.h"
+
+#include "socket/SessionPool.h"
+#include "support/OpenSslLocking.h"
+
+#include <QtCore/QDebug>
+#include <QtCore/QTime>
+
+#include <openssl/rand.h>
+
+#include <atomic>
+#include <cstring>
+#include <mutex>
+
+namespace vela {
+
+namespace {
+
+constexpr long SESSION_TIMEOUT_SECONDS = 600;
+
+std::atomic<SSL_CTX*> sharedContext{nullptr};
+
+int sessionCreated(SSL* ssl, SSL_SESSION* session)
+{
+    const auto* key = static_cast<const QString*>(SSL_get_ex_data(ssl, 0));
+    if (!key)
+        return 0;
+    SSL_SESSION_set_ex_data(session, 0, const_cast<QString*>(key));
+    gSessionPool.adopt(*key, session);
+    qDebug("session added to cache");
+    return 1; // The reference that came with the call is the pool's now.
+}
+
+void sessionRemoved(SSL_CTX*, SSL_SESSION* session)
+{
+    const auto* key = static_cast<const QString*>(SSL_SESSION_get_ex_data(session, 0));
+    if (!key)
+        return;
+    SSL_SESSION_set_ex_data(session, 0, nullptr);
+    gSessionPool.remove(*key, session);
+    qDebug("session removed from cache");
+}
+
+// Weak, and only for an OpenSSL that found no entropy of its own.
+void seedRandomGenerator()
+{
+    unsigned char seed[16];
+    const qint32 milliseconds = QTime::currentTime().msec();
+    const qint32 seconds = QTime::currentTime().second();
+    const quint64 address = reinterpret_cast<quintptr>(&seed);
+    std::memcpy(seed, &milliseconds, 4);
+    std::memcpy(seed + 4, &seconds, 4);
+    std::memcpy(seed + 8, &address, 8);
+    RAND_seed(seed, sizeof seed);
+}
+
+void configure(SSL_CTX* context)
+{
+    SSL_CTX_set_session_cache_mode(context, SSL_SESS_CACHE_BOTH);
+    SSL_CTX_set_timeout(context, SESSION_TIMEOUT_SECONDS);
+    SSL_CTX_sess_set_new_cb(context, sessionCreated);
+    SSL_CTX_sess_set_remove_cb(context, sessionRemoved);
+    SSL_CTX_set_options(context, SSL_OP_ALL);
+    // Without it a read that meets a renegotiation gives up although decrypted data may follow in
+    // the same batch, and nothing would ask again.
+    SSL_CTX_set_mode(context, SSL_MODE_AUTO_RETRY);
+}
+
+} // namespace
+
+bool SslContext::create()
+{
+    if (get())
+        return true;
+    const std::lock_guard<RecursiveMutex> lock(mutex());
+    if (get())
+        return true;
+
+    SSL_library_init();
+    SSL_load_error_strings();
+    SSL_library_init();
+    installOpenSslLocking();
+    if (RAND_status() == 0)
+        seedRandomGenerator();
+
+    SSL_CTX* context = SSL_CTX_new(SSLv23_method());
+    if (!context)
+        return false;
+    configure(context);
+    sharedContext.store(context, std::memory_order_release);
+    return true;
+}
+
+SSL_CTX* SslContext::get()
+{
+    return sharedContext.load(std::memory_order_acquire);
+}
+
+RecursiveMutex& SslContext::mutex()
+{
+    static RecursiveMutex contextMutex;
+    return contextMutex;
+}
+
+void SslContext::detach()
+{
+    if (SSL_CTX* context = get()) {
+        SSL_CTX_sess_set_new_cb(context, nullptr);
+        SSL_CTX_sess_set_remove_cb(context, nullptr);
+    }
+}
+
+} // namespace vela

@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#ifndef FERRULE_SSLCONTEXT_H
+#define FERRULE_SSLCONTEXT_H
+
+#include "support/RecursiveMutex.h"
+
+#include <openssl/ssl.h>
+
+namespace vela {
+
+/*!
+    The one TLS context that every socket of the process shares. It is made when the library is
+    loaded and never freed.
+*/
+class SslContext
+{
+public:
+    //! Makes the context unless it exists, initialising OpenSSL for threads; false on failure.
+    static bool create();
+
+    //! Returns the context, or null when it could not be made.
+    static SSL_CTX* get();
+
+    /*!
+        Guards everything that changes the context or makes a connection from it. Recursive.
+    */
+    static RecursiveMutex& mutex();
+
+    //! Stops the context from calling back into this library, which is about to be unloaded.
+    static void detach();
+};
+
+} // namespace vela
+
+#endif

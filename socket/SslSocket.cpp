@@ -1,0 +1,256 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include <Ferrule/SslSocket.h>
+
+#include "socket/SslSocketPrivate.h"
+#include "support/Connect.h"
+#include "support/QtCompat.h"
+
+#include <QtNetwork/QNetworkProxy>
+
+namespace vela {
+
+SslSocket::SslSocket(Mode mode, QObject* parent)
+    : QTcpSocket(parent)
+    , d(new SslSocketPrivate(this, mode))
+{
+    d->attach(new QTcpSocket(this), true);
+}
+
+SslSocket::~SslSocket()
+{
+    d->reset();
+    if (QTcpSocket* transport = d->socket) {
+        transport->disconnect(this);
+        // A slot may be deleting this object while the inner socket is still emitting; then the
+        // inner socket has to outlive its parent.
+        if (transport->parent() == this && d->insideTransportSignal())
+            transport->setParent(nullptr);
+        transport->deleteLater();
+    }
+    setSocketState(UnconnectedState); // Or the base would announce the end of a connection.
+    delete d;
+}
+
+QTcpSocket* SslSocket::createSocket(bool ssl, const QNetworkProxy& proxy, QObject* parent)
+{
+    const bool direct = proxy.type() == QNetworkProxy::NoProxy;
+    if (ssl && direct)
+        return new SslSocket(Client, parent);
+    if (ssl) {
+        qWarning("QtSslSocket::createSocket: TLS through a proxy is not available");
+        return nullptr;
+    }
+    auto* plain = new QTcpSocket(parent);
+    if (!direct)
+        plain->setProxy(proxy);
+    return plain;
+}
+
+QTcpSocket* SslSocket::createSocket(bool ssl, const QString& proxyHost, int proxyPort,
+                                    const QString& proxyUser, const QString& proxyPassword,
+                                    QObject* parent)
+{
+    Q_UNUSED(parent)
+    QNetworkProxy proxy(QNetworkProxy::NoProxy);
+    if (!proxyHost.isEmpty()) {
+        proxy = QNetworkProxy(QNetworkProxy::HttpProxy, proxyHost, static_cast<quint16>(proxyPort),
+                              proxyUser, proxyPassword);
+    }
+    return createSocket(ssl, proxy, nullptr);
+}
+
+void SslSocket::connectToHost(const QString& hostName, quint16 port, OpenMode openMode,
+                              NetworkLayerProtocol protocol)
+{
+    Q_UNUSED(protocol)
+    // By name: a subclass's slot of this name is the one that runs.
+    QMetaObject::invokeMethod(this, "connectToHostImplementation", Qt::AutoConnection,
+                              Q_ARG(QString, hostName), Q_ARG(quint16, port),
+                              Q_ARG(OpenMode, openMode));
+}
+
+void SslSocket::connectToHostImplementation(QString hostName, quint16 port, OpenMode openMode)
+{
+    if (state() != UnconnectedState) {
+        qWarning("QtSslSocket::connectToHost() called when not in UnconnectedState");
+        return;
+    }
+    open(openMode);
+    d->sessionKey = QString::fromLatin1("%1:%2").arg(hostName, QString::number(port));
+    d->reset();
+    if (!d->socket)
+        d->attach(new QTcpSocket(this), true);
+
+    const SessionGuard guard(d);
+    d->socket->connectToHost(hostName, port, openMode, AnyIPProtocol);
+    // An address that cannot be reached may have failed, and been reported, already.
+    if (guard.holds() && d->transportState() != UnconnectedState)
+        setSocketState(ConnectingState);
+}
+
+void SslSocket::disconnectFromHost()
+{
+    QMetaObject::invokeMethod(this, "disconnectFromHostImplementation", Qt::AutoConnection);
+}
+
+void SslSocket::disconnectFromHostImplementation()
+{
+    const SessionGuard guard(d);
+    if (d->socket)
+        d->socket->disconnectFromHost();
+    if (!guard.holds())
+        return;
+    d->reset();
+    d->emitState(d->transportState());
+}
+
+void SslSocket::close()
+{
+    const SessionGuard guard(d);
+    if (d->socket)
+        d->socket->abort();
+    if (guard.holds())
+        QTcpSocket::close();
+}
+
+bool SslSocket::isSequential() const
+{
+    return true;
+}
+
+void SslSocket::setSocket(QTcpSocket* socket)
+{
+    if (!socket || socket->state() != ConnectedState) {
+        qWarning("QtSslSocket::setSocket: QtSslSocket::setSocket() was called with a socket that "
+                 "is not in ConnectedState.");
+        return;
+    }
+    const SessionGuard guard(d);
+    socket->flush();
+    if (!guard.holds())
+        return;
+    if (d->ssl)
+        d->reset();
+    if (socket != d->socket)
+        d->releaseTransport();
+    d->attach(socket, false);
+    setOpenMode(socket->openMode());
+    initSsl();
+}
+
+QTcpSocket* SslSocket::socket() const
+{
+    return d->socket;
+}
+
+void SslSocket::moveToThread(QThread* thread)
+{
+    QTcpSocket::moveToThread(thread);
+    if (d->socket)
+        d->socket->moveToThread(thread);
+}
+
+void SslSocket::handleSocketError(QAbstractSocket::SocketError error)
+{
+    setErrorString(d->socket->errorString());
+    d->emitError(error);
+}
+
+void SslSocket::handleStateChanged(QAbstractSocket::SocketState state)
+{
+    switch (state) {
+    case UnconnectedState:
+    case HostLookupState:
+    case ConnectingState:
+    case ClosingState:
+        d->emitState(state);
+        break;
+    case ConnectedState: // Ours begins when the handshake is complete.
+    case BoundState:
+    case ListeningState:
+        break;
+    }
+}
+
+SslSocketPrivate::SslSocketPrivate(SslSocket* owner, SslSocket::Mode role)
+    : mode(role)
+    , q(owner)
+{
+}
+
+void SslSocketPrivate::attach(QTcpSocket* transport, bool owned)
+{
+    socket = transport;
+    ownsSocket = owned;
+    QObject::disconnect(transport, nullptr, nullptr, nullptr);
+    if (const char* source = errorSourceSignal(transport))
+        vela::connect(transport, source, transport, "2error(QAbstractSocket::SocketError)");
+
+    vela::connect(transport, "2connected()", q, "1sslConnect()");
+    vela::connect(transport, "2error(QAbstractSocket::SocketError)", q,
+                  "1handleSocketError(QAbstractSocket::SocketError)");
+    vela::connect(transport, "2disconnected()", q, "2disconnected()");
+    vela::connect(transport, "2readyRead()", q, "1readFromSocket()");
+    vela::connect(transport, "2bytesWritten(qint64)", q, "1socketBytesWritten(qint64)");
+    vela::connect(transport, "2stateChanged(QAbstractSocket::SocketState)", q,
+                  "1handleStateChanged(QAbstractSocket::SocketState)");
+}
+
+void SslSocketPrivate::releaseTransport()
+{
+    QTcpSocket* transport = socket;
+    if (!transport)
+        return;
+    const bool emitting = insideTransportSignal();
+    transport->disconnect(q);
+    socket.clear();
+    if (!ownsSocket)
+        return;
+    if (emitting)
+        transport->deleteLater();
+    else
+        delete transport;
+}
+
+QAbstractSocket::SocketState SslSocketPrivate::transportState() const
+{
+    return socket ? socket->state() : QAbstractSocket::UnconnectedState;
+}
+
+bool SslSocketPrivate::insideTransportSignal() const
+{
+    const QObject* sender = q->sender();
+    return sender && (sender == socket || sender == q);
+}
+
+void SslSocketPrivate::reset()
+{
+    ++generation;
+    releaseEngine();
+    readBuffer.clear();
+    writeBuffer.clear();
+    established = false;
+    sslInitialised = false;
+    writeScheduled = false;
+    dataRead = false;
+}
+
+void SslSocketPrivate::fail(const QString& text)
+{
+    q->setErrorString(text);
+    emitError(QAbstractSocket::UnknownSocketError);
+}
+
+void SslSocketPrivate::emitError(QAbstractSocket::SocketError error)
+{
+    q->setSocketError(error);
+    emitSocketError(q, error);
+}
+
+void SslSocketPrivate::emitState(QAbstractSocket::SocketState state)
+{
+    q->setSocketState(state);
+    Q_EMIT q->stateChanged(state);
+}
+
+} // namespace vela

@@ -1,0 +1,341 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#ifndef FERRULE_SSLSOCKET_H
+#define FERRULE_SSLSOCKET_H
+
+#include <Ferrule/CertVerify.h>
+#include <Ferrule/Export.h>
+
+#include <QtCore/QList>
+#include <QtNetwork/QTcpSocket>
+
+class QNetworkProxy;
+class QThread;
+typedef struct x509_st X509;
+
+namespace vela {
+
+class SslSocketPrivate;
+
+/*!
+    A TLS connection that a host drives like a `QTcpSocket`.
+
+    The bytes travel, encrypted, over an inner `QTcpSocket` that the constructor makes or that
+    setSocket() adopts. As a client:
+
+    \code
+    auto* socket = new vela::SslSocket(vela::SslSocket::Client, this);
+    connect(socket, &vela::SslSocket::connectionVerificationDone, this, &Host::judge);
+    connect(socket, &QAbstractSocket::connected, this, &Host::talk);
+    connect(socket, &QIODevice::readyRead, this, &Host::read);
+    socket->connectToHost("example.org", 443);
+    \endcode
+
+    As a server: take the connection from a `QTcpServer`, construct the socket in mode Server, set
+    setPathToCertificate() and setPathToPrivateKey(), and hand the connection to setSocket(). The
+    client's first bytes start the handshake.
+
+    \section order Order of the signals
+    A client sees stateChanged() with HostLookupState and ConnectingState, then
+    connectionVerificationDone(), stateChanged(ConnectedState), stateChanged(ConnectedState) a
+    second time, and connected(). Data that arrived together with the end of the handshake is
+    announced by readyRead() before connected(). A server sees the same without the first two
+    states. readyRead() comes once for every decrypted piece of at most 4096 bytes.
+
+    \section verdict The verdict is the host's business
+    A handshake never fails because of a bad certificate. A host that cares listens to
+    connectionVerificationDone() and calls abort() or disconnectFromHost() there.
+
+    \section errors Errors
+    A failure sets errorString(), then emits error() and errorOccurred() once each. Transport
+    failures carry the inner socket's code and text; TLS failures carry `UnknownSocketError` and one
+    of the texts quoted with the operations below. A "%1" in these texts is OpenSSL's own
+    description of the first thing that went wrong. After a TLS failure the connection still stands,
+    and a handshake that fails while data is read is reported twice ("SSL error: %1", then "Failed
+    to read from SSL, %1"): close or abort the socket in the first one. Texts go through tr().
+
+    \section threads Threads
+    A socket belongs to one thread, its own; connectToHost() and disconnectFromHost() may be called
+    from any. Use this class's moveToThread(), not the inherited one. Sockets on different threads
+    are independent of each other.
+
+    \section slots Slots may do anything
+    Within any signal a host may close, abort, disconnect, connect again, write, call deleteLater(),
+    or delete the socket.
+
+    \section hazards What a host would not guess
+    - disconnectFromHost() and close() drop what was written but not yet encrypted, and no
+      close-notify alert is ever sent. To be sure that everything leaves, call
+      waitForBytesWritten(0) first: it encrypts at once, and the inner socket delivers what it was
+      handed before disconnectFromHost() closes it.
+    - bytesWritten() counts bytes on the wire, bytesToWrite() plain bytes not yet encrypted.
+    - Only the inner socket has a network connection: socketDescriptor(), socket options,
+      setReadBufferSize(), flush(), waitForConnected() and waitForDisconnected() act on the outer
+      object and see none. Apply them to socket(); wait for signals instead.
+    - There is one TLS context in the process. A cipher list, a certificate or a list of trusted
+      authorities that one socket loads stays in force for all sockets set up after it.
+    - Sockets that never connected out, all servers among them, share one empty session key. The
+      sessions of a server process are pooled under it and kept until the process ends, a few KiB
+      for each full handshake. Sessions pooled there never limit what a server negotiates.
+    - An adopted socket is deleted together with the frame even though the frame never owned it.
+*/
+class FERRULE_EXPORT SslSocket : public QTcpSocket
+{
+    Q_OBJECT
+
+public:
+    //! The role in the handshake. A socket constructed with any other value starts no handshake.
+    enum Mode : int {
+        Client = 0, //!< Connects out and verifies the server.
+        Server = 1  //!< Answers a client; needs a certificate and a key.
+    };
+
+    /*!
+        Constructs an unconnected socket with an inner socket of its own. The object belongs to
+        \a parent, or to the caller when that is null.
+    */
+    explicit SslSocket(Mode mode, QObject* parent = nullptr);
+
+    /*!
+        Gives the session back to the pool, schedules the inner socket, adopted or not, for
+        deletion, and destroys the object without emitting anything but destroyed(). Data that has
+        not been sent is lost.
+    */
+    ~SslSocket() override;
+
+    /*!
+        Makes a client socket: a plain `QTcpSocket` (with \a proxy set on it) when \a ssl is false,
+        an SslSocket when it is true and \a proxy is of type `NoProxy`.
+
+        A TLS socket through a proxy is not available in this version: for every other proxy type
+        (`DefaultProxy` included) the result is null, with the warning "QtSslSocket::createSocket:
+        TLS through a proxy is not available". The caller owns the result unless \a parent does.
+    */
+    static QTcpSocket* createSocket(bool ssl, const QNetworkProxy& proxy, QObject* parent);
+
+    /*!
+        Makes a client socket as above, through the HTTP proxy \a proxyHost, or without a proxy when
+        that is empty. \a parent is ignored: the result never has one, and the caller deletes it.
+    */
+    static QTcpSocket* createSocket(bool ssl, const QString& proxyHost, int proxyPort,
+                                    const QString& proxyUser, const QString& proxyPassword,
+                                    QObject* parent);
+
+    using QTcpSocket::connectToHost;
+
+    /*!
+        Connects to \a hostName and runs the handshake as a client. May be called from any thread;
+        runs on the socket's own. \a protocol is ignored, the connection uses any IP protocol.
+
+        Called while the socket is not unconnected it does nothing but warn "QtSslSocket::
+        connectToHost() called when not in UnconnectedState" (in one line).
+    */
+    void connectToHost(const QString& hostName, quint16 port, OpenMode openMode = ReadWrite,
+                       NetworkLayerProtocol protocol = AnyIPProtocol) override;
+
+    /*!
+        Closes the connection: the inner socket delivers what it already holds, everything else is
+        dropped at once and the session goes back to the pool. Emits stateChanged() with the inner
+        socket's state even when that is no change. May be called from any thread.
+    */
+    void disconnectFromHost() override;
+
+    //! Aborts the connection at once, like abort(), and closes the device.
+    void close() override;
+
+    //! Returns true, always.
+    bool isSequential() const override;
+
+    /*!
+        Adopts the connected \a socket as transport and sets up TLS on it. The previous inner socket
+        is deleted if the constructor made it, otherwise let go; a session that still stands is
+        given up. The parent of \a socket is not changed, yet it is deleted with this object; one
+        that came from `QTcpServer::nextPendingConnection()` must not outlive its server.
+
+        The handshake starts with the peer's first bytes, or when the host calls sslConnect() or
+        sslAccept(). If \a socket is not connected, nothing changes but for the warning
+        "QtSslSocket::setSocket: QtSslSocket::setSocket() was called with a socket that is not in
+        ConnectedState.". Failures of the set-up are reported as for sslConnect().
+    */
+    void setSocket(QTcpSocket* socket);
+
+    //! Returns the inner socket; null when a host has deleted an adopted one.
+    QTcpSocket* socket() const;
+
+    /*!
+        Moves the socket, and the inner one with it, to \a thread. Call it on the socket's own
+        thread; neither this object nor an adopted inner socket may have a parent.
+    */
+    void moveToThread(QThread* thread);
+
+    //! \name TLS settings
+    //! They take effect when the next connection is set up; nothing is checked before that.
+    //! \{
+
+    /*!
+        The OpenSSL cipher list, empty for the list in force. Set on the context that all sockets
+        share: it stays in force for sockets that name none.
+    */
+    QString ciphers() const;
+    void setCiphers(const QString& ciphers);
+
+    /*!
+        The PEM file of the local certificate. Loaded by sockets in mode Server only. The shared
+        context keeps it: a client socket set up later offers it to a server that asks.
+    */
+    QString pathToCertificate() const;
+    void setPathToCertificate(const QString& path);
+
+    //! The PEM file of the private key that belongs to the certificate.
+    QString pathToPrivateKey() const;
+    void setPathToPrivateKey(const QString& path);
+
+    //! A PEM file of trusted authorities; added to those the process trusts already.
+    QString pathToCACertFile() const;
+    void setPathToCACertFile(const QString& path);
+
+    //! A directory of trusted authorities under their hashed names; added likewise.
+    QString pathToCACertDir() const;
+    void setPathToCACertDir(const QString& path);
+    //! \}
+
+    //! \name The negotiated cipher
+    //! Empty strings and 0 before there is one.
+    //! \{
+    QString getCipherName() const;
+    QString getCipherVersion() const;     //!< The version that introduced the suite.
+    QString getCipherDescription() const; //!< OpenSSL's one-line text, ended by a line feed.
+    int getCipherBits() const;            //!< The secret bits.
+    //! \}
+
+    //! Returns true if the handshake resumed an earlier session; false before it is complete.
+    bool isSessionReused() const;
+
+    /*!
+        Describes the peer's certificate as
+        "issuer/subject/notBefore/notAfter/version/serial" in the form
+        "%1/%2/notValidBefore=%3/notValidAfter=%4/version=%5/serial=%6": names as OpenSSL's one-line
+        text, dates as ISO text in UTC, the version counted from 0, the serial number as a signed
+        32-bit decimal or "-1" where it does not fit. Empty when there is none.
+    */
+    QString peerCertificate() const;
+
+    /*!
+        Describes the local certificate in the form of peerCertificate().
+
+        \warning Every call takes away one reference to the certificate that it does not hold. Once
+        the references run out, the certificate is freed while TLS still uses it, and the process
+        may crash. The safe way is to wrap x509localCertificate() in an `SslCertificate` that does
+        not own it. A caller that cannot do without this text takes a reference of its own with
+        `X509_up_ref(x509localCertificate())` before each call.
+    */
+    QString localCertificate() const;
+
+    //! Returns the peer's certificate or null; the caller releases it with `X509_free`.
+    X509* x509peerCertificate() const;
+
+    //! Returns the local certificate or null; borrowed, valid as long as the connection.
+    X509* x509localCertificate() const;
+
+    /*!
+        Returns the chain that the peer sent, its own certificate first; a server sees the client's
+        chain without the client's own certificate. Borrowed, valid as long as the connection.
+    */
+    QList<X509*> x509peerCertificateChain() const;
+
+    /*!
+        Reports the session statistics of all sockets as a table of seven lines under a heading; an
+        empty string when the TLS context could not be made. May be called from any thread.
+    */
+    static QString printStatistics();
+
+    //! \name Reading and writing
+    //! What `QIODevice` promises, with the edges named.
+    //! \{
+    bool atEnd() const override;
+    qint64 bytesAvailable() const override;
+    qint64 bytesToWrite() const override; //!< Plain bytes that are not encrypted yet.
+
+    /*!
+        Returns true when decrypted data that the device has not buffered yet holds a line feed.
+        After a partial read, lines may wait in the device's own buffer that this does not see:
+        read lines with readLine() until it returns nothing.
+    */
+    bool canReadLine() const override;
+
+    /*!
+        Waits until decrypted data has arrived, at most \a msecs milliseconds. A negative time polls
+        once instead of waiting for ever.
+    */
+    bool waitForReadyRead(int msecs = 30000) override;
+
+    //! Encrypts what is pending, then waits for the inner socket to write.
+    bool waitForBytesWritten(int msecs = 30000) override;
+    //! \}
+
+Q_SIGNALS:
+    /*!
+        Reports the verdict on the peer, once for each completed handshake and before connected().
+
+        \a result is what OpenSSL and the validity dates say. \a hostNameMatched tells whether the
+        certificate's common name equals the host name that was connected to; letter case aside,
+        the texts must be the same: there are no wildcards, and alternative names do not count.
+        \a description is the translated text of both for a human reader.
+
+        A peer without a certificate (the usual client, as a server sees it) is reported as
+        VerifyOk: what the dates of no certificate compare to. Check x509peerCertificate() where
+        a certificate is required.
+    */
+    void connectionVerificationDone(vela::CertVerify result, bool hostNameMatched,
+                                    QString description);
+
+public Q_SLOTS:
+    /*!
+        Runs one step of the handshake as a client; needed only for a socket adopted with
+        setSocket(). Returns true when the handshake is complete, false while it goes on or when it
+        failed ("SSL error: %1"). The first step sets up TLS, which can fail with:
+
+        - "Error creating SSL context, %1", "Error creating SSL session, %1", "Error creating SSL
+          session", "Error setting pooled SSL session"
+        - "QtSslSocket: Certificate required in server mode", "Private key required in server mode"
+        - "Invalid or empty cipher list, %1"
+        - "Error loading certificate, %1", "Error loading private key, %1", "Private key does not
+          certify public key, %1"
+        - "Failed to load the list of trusted CAs: %1"
+    */
+    bool sslConnect();
+
+    //! Opens the device for reading and writing and runs one step as a server; see sslConnect().
+    bool sslAccept();
+
+protected Q_SLOTS:
+    //! Carries out connectToHost() on the socket's own thread; called by name.
+    void connectToHostImplementation(QString hostName, quint16 port, OpenMode openMode);
+    //! Carries out disconnectFromHost() on the socket's own thread; called by name.
+    void disconnectFromHostImplementation();
+
+private Q_SLOTS:
+    void handleSocketError(QAbstractSocket::SocketError error);
+    void handleStateChanged(QAbstractSocket::SocketState state);
+    void readFromSocket();
+    void writeToSocket();
+    void socketBytesWritten(qint64 bytes);
+
+protected:
+    qint64 readData(char* data, qint64 maxlen) override;
+    qint64 readLineData(char* data, qint64 maxlen) override;
+    qint64 writeData(const char* data, qint64 len) override;
+
+private:
+    Q_DISABLE_COPY(SslSocket)
+    friend class SslSocketPrivate;
+
+    bool initSsl();
+    bool sslAcceptOrConnect(bool accept);
+    QString verifyErrorString(int code) const;
+
+    SslSocketPrivate* d;
+};
+
+} // namespace vela
+
+#endif

@@ -1,0 +1,90 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// The QIODevice side of an SslSocket: what the host reads, writes and waits for.
+
+#include "socket/SslSocketPrivate.h"
+#include "support/Connect.h"
+
+#include <Ferrule/SslSocket.h>
+
+#include <QtCore/QElapsedTimer>
+
+#include <algorithm>
+
+namespace vela {
+
+bool SslSocket::atEnd() const
+{
+    return QTcpSocket::atEnd() && d->readBuffer.isEmpty();
+}
+
+qint64 SslSocket::bytesAvailable() const
+{
+    return d->readBuffer.size() + QIODevice::bytesAvailable();
+}
+
+qint64 SslSocket::bytesToWrite() const
+{
+    return d->writeBuffer.size();
+}
+
+bool SslSocket::canReadLine() const
+{
+    return d->readBuffer.indexOf('\n') >= 0;
+}
+
+bool SslSocket::waitForReadyRead(int msecs)
+{
+    QElapsedTimer timer;
+    timer.start();
+    const SessionGuard guard(d);
+    d->dataRead = false;
+    for (;;) {
+        if (!d->writeBuffer.isEmpty())
+            writeToSocket();
+        if (!guard.holds() || !d->socket)
+            return false;
+        const qint64 left = std::max<qint64>(0, msecs - timer.elapsed());
+        const bool arrived = d->socket->waitForReadyRead(static_cast<int>(left));
+        if (!guard.holds() || !arrived)
+            return false;
+        // Inside one of its own readyRead() slots the inner socket keeps silent about new data.
+        if (!d->dataRead && d->socket->bytesAvailable() > 0)
+            readFromSocket();
+        if (!guard.holds())
+            return false;
+        if (d->dataRead)
+            return true;
+    }
+}
+
+bool SslSocket::waitForBytesWritten(int msecs)
+{
+    const SessionGuard guard(d);
+    if (!d->writeBuffer.isEmpty())
+        writeToSocket();
+    return guard.holds() && d->socket && d->socket->waitForBytesWritten(msecs);
+}
+
+qint64 SslSocket::readData(char* data, qint64 maxlen)
+{
+    if (!d->established)
+        return -1;
+    return std::max<qint64>(0, d->readBuffer.read(data, maxlen));
+}
+
+qint64 SslSocket::readLineData(char* data, qint64 maxlen)
+{
+    return d->readBuffer.readLine(data, maxlen);
+}
+
+qint64 SslSocket::writeData(const char* data, qint64 len)
+{
+    if (!d->writeScheduled) {
+        d->writeScheduled = true;
+        vela::invokeSlotQueued(this, "writeToSocket");
+    }
+    d->writeBuffer.append(data, len);
+    return len;
+}
+
+} // namespace vela

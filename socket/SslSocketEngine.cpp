@@ -1,0 +1,248 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// The TLS settings of an SslSocket and the engine that is made from them.
+
+#include "socket/SessionPool.h"
+#include "socket/SslContext.h"
+#include "socket/SslSocketPrivate.h"
+#include "support/OpenSslCompat.h"
+#include "support/OpenSslErrors.h"
+#include "support/OpenSslHandles.h"
+
+#include <Ferrule/SslSocket.h>
+
+#include <QtCore/QFile>
+#include <QtNetwork/QHostAddress>
+
+#include <mutex>
+
+namespace vela {
+
+QString SslSocket::ciphers() const
+{
+    return d->ciphers;
+}
+
+void SslSocket::setCiphers(const QString& ciphers)
+{
+    d->ciphers = ciphers;
+}
+
+QString SslSocket::pathToCertificate() const
+{
+    return d->pathToCertificate;
+}
+
+void SslSocket::setPathToCertificate(const QString& path)
+{
+    d->pathToCertificate = path;
+}
+
+QString SslSocket::pathToPrivateKey() const
+{
+    return d->pathToPrivateKey;
+}
+
+void SslSocket::setPathToPrivateKey(const QString& path)
+{
+    d->pathToPrivateKey = path;
+}
+
+QString SslSocket::pathToCACertFile() const
+{
+    return d->pathToCACertFile;
+}
+
+void SslSocket::setPathToCACertFile(const QString& path)
+{
+    d->pathToCACertFile = path;
+}
+
+QString SslSocket::pathToCACertDir() const
+{
+    return d->pathToCACertDir;
+}
+
+void SslSocket::setPathToCACertDir(const QString& path)
+{
+    d->pathToCACertDir = path;
+}
+
+bool SslSocket::initSsl()
+{
+    d->releaseEngine(); // What an earlier attempt that failed has left.
+    clearOpenSslErrors();
+    const QString error = d->createEngine();
+    if (!error.isNull()) {
+        d->fail(error);
+        return false;
+    }
+    const SessionGuard guard(d);
+    if (d->socket) {
+        d->copyEndpoint();
+        d->socket->flush();
+    }
+    if (!guard.holds())
+        return false;
+    d->sslInitialised = true;
+    return true;
+}
+
+QString SslSocketPrivate::createEngine()
+{
+    SslContext::create();
+    SSL_CTX* context = SslContext::get();
+    if (!context)
+        return QStringLiteral("Error creating SSL context, %1").arg(takeOpenSslError());
+    if (mode == SslSocket::Server) {
+        if (pathToCertificate.isEmpty() && certificateSource.isEmpty())
+            return SslSocket::tr("QtSslSocket: Certificate required in server mode");
+        if (pathToPrivateKey.isEmpty())
+            return SslSocket::tr("Private key required in server mode");
+    }
+
+    // Held over all steps, so that the engine gets the settings of this socket and not those that
+    // another thread loads in between.
+    const std::lock_guard<RecursiveMutex> lock(SslContext::mutex());
+    QString error = applyCipherList(context);
+    if (error.isNull() && mode == SslSocket::Server)
+        error = loadIdentity(context);
+    if (error.isNull())
+        error = loadAuthorities(context);
+    if (!error.isNull())
+        return error;
+
+    ssl = SSL_new(context);
+    if (!ssl)
+        return SslSocket::tr("Error creating SSL session, %1").arg(takeOpenSslError());
+    SSL_clear(ssl);
+    SSL_set_ex_data(ssl, 0, const_cast<QString*>(gSessionPool.internKey(sessionKey)));
+    error = offerPooledSession();
+    return error.isNull() ? connectEngine() : error;
+}
+
+QString SslSocketPrivate::applyCipherList(SSL_CTX* context)
+{
+    if (ciphers.isEmpty() || SSL_CTX_set_cipher_list(context, ciphers.toLatin1().constData()) == 1)
+        return QString();
+    return SslSocket::tr("Invalid or empty cipher list, %1").arg(takeOpenSslError());
+}
+
+QString SslSocketPrivate::loadIdentity(SSL_CTX* context)
+{
+    const QByteArray certificate = QFile::encodeName(pathToCertificate);
+    const QByteArray key = QFile::encodeName(pathToPrivateKey);
+    SSL_CTX_set_default_verify_paths(context);
+    const bool certificateLoaded =
+        SSL_CTX_use_certificate_file(context, certificate.constData(), SSL_FILETYPE_PEM) == 1;
+    const bool keyLoaded =
+        SSL_CTX_use_PrivateKey_file(context, key.constData(), SSL_FILETYPE_PEM) == 1;
+    const bool keyMatches = SSL_CTX_check_private_key(context) == 1;
+
+    if (!certificateLoaded)
+        return SslSocket::tr("Error loading certificate, %1").arg(takeOpenSslError());
+    if (!keyLoaded)
+        return SslSocket::tr("Error loading private key, %1").arg(takeOpenSslError());
+    if (!keyMatches) {
+        return SslSocket::tr("Private key does not certify public key, %1")
+            .arg(takeOpenSslError());
+    }
+    return QString();
+}
+
+QString SslSocketPrivate::loadAuthorities(SSL_CTX* context)
+{
+    if (pathToCACertFile.isEmpty() && pathToCACertDir.isEmpty())
+        return QString();
+    const QByteArray file = QFile::encodeName(pathToCACertFile);
+    const QByteArray directory = QFile::encodeName(pathToCACertDir);
+    if (SSL_CTX_load_verify_locations(context, file.isEmpty() ? nullptr : file.constData(),
+                                      directory.isEmpty() ? nullptr : directory.constData())
+        == 1) {
+        return QString();
+    }
+    return SslSocket::tr("Failed to load the list of trusted CAs: %1").arg(takeOpenSslError());
+}
+
+QString SslSocketPrivate::offerPooledSession()
+{
+    SSL_SESSION* session = gSessionPool.take(sessionKey);
+    if (!session)
+        return QString();
+    const SSL_METHOD* negotiating = SSL_get_ssl_method(ssl);
+    if (SSL_set_session(ssl, session) == 0) {
+        gSessionPool.remove(sessionKey, session);
+        return SslSocket::tr("Error setting pooled SSL session");
+    }
+    // OpenSSL 1.0.2 confines the connection to the session's protocol version. Right for a client
+    // that resumes it; a server, or a session that cannot be resumed, has to go on negotiating.
+    if (mode == SslSocket::Server || !SSL_SESSION_is_resumable(session))
+        SSL_set_ssl_method(ssl, negotiating);
+    return QString();
+}
+
+QString SslSocketPrivate::connectEngine()
+{
+    BioHandle input(BIO_new(BIO_s_mem()));
+    BioHandle output(BIO_new(BIO_s_mem()));
+    if (!input || !output)
+        return SslSocket::tr("Error creating SSL session");
+    readBio = input.release();
+    writeBio = output.release();
+    SSL_set_bio(ssl, readBio, writeBio);
+
+    if (mode == SslSocket::Server)
+        SSL_set_accept_state(ssl);
+    else
+        SSL_set_connect_state(ssl);
+    return QString();
+}
+
+void SslSocketPrivate::copyEndpoint()
+{
+    q->setPeerAddress(socket->peerAddress());
+    q->setPeerPort(socket->peerPort());
+    q->setPeerName(socket->peerName());
+    q->setLocalAddress(socket->localAddress());
+    q->setLocalPort(socket->localPort());
+}
+
+void SslSocketPrivate::releaseEngine()
+{
+    if (!ssl)
+        return;
+    // Freed without this, a connection that did not say goodbye would take its session with it.
+    SSL_set_shutdown(ssl, SSL_SENT_SHUTDOWN);
+    if (const auto* key = static_cast<const QString*>(SSL_get_ex_data(ssl, 0))) {
+        if (SSL_SESSION* session = SSL_get_session(ssl))
+            gSessionPool.add(*key, session);
+    }
+    SSL_free(ssl); // And both BIOs with it.
+    ssl = nullptr;
+    readBio = nullptr;
+    writeBio = nullptr;
+}
+
+QString SslSocket::printStatistics()
+{
+    SSL_CTX* context = SslContext::get();
+    if (!context)
+        return QString();
+    return QString::fromLatin1("OpenSSL Session Statistics\n"
+                               "==========================\n\n"
+                               "       total: %1 \n"
+                               "in handshake: %2 \n"
+                               "   connected: %3 \n"
+                               "renegotiated: %4 \n"
+                               "  cache hits: %5 \n"
+                               "cache misses: %6 \n"
+                               "  cache full: %7 \n")
+        .arg(SSL_CTX_sess_number(context))
+        .arg(SSL_CTX_sess_connect(context))
+        .arg(SSL_CTX_sess_connect_good(context))
+        .arg(SSL_CTX_sess_connect_renegotiate(context))
+        .arg(SSL_CTX_sess_hits(context))
+        .arg(SSL_CTX_sess_misses(context))
+        .arg(SSL_CTX_sess_cache_full(context));
+}
+
+} // namespace vela

@@ -1,0 +1,132 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// The handshake of an SslSocket and the verdict on its peer.
+
+#include "socket/PeerVerdict.h"
+#include "socket/SslSocketPrivate.h"
+#include "support/OpenSslErrors.h"
+
+#include <Ferrule/SslSocket.h>
+
+#include <QtCore/QDebug>
+
+namespace vela {
+
+bool SslSocket::sslConnect()
+{
+    return sslAcceptOrConnect(false);
+}
+
+bool SslSocket::sslAccept()
+{
+    open(ReadWrite);
+    return sslAcceptOrConnect(true);
+}
+
+bool SslSocket::sslAcceptOrConnect(bool accept)
+{
+    if (d->established)
+        return true;
+    if (!d->sslInitialised && !initSsl())
+        return false;
+
+    clearOpenSslErrors();
+    const int result = accept ? SSL_accept(d->ssl) : SSL_connect(d->ssl);
+    if (result > 0)
+        return d->completeHandshake();
+
+    const int error = SSL_get_error(d->ssl, result);
+    if (result < 0 && (error == SSL_ERROR_WANT_READ || error == SSL_ERROR_WANT_WRITE)) {
+        writeToSocket();
+        return false;
+    }
+    d->fail(tr("SSL error: %1").arg(takeOpenSslError()));
+    return false;
+}
+
+bool SslSocketPrivate::completeHandshake()
+{
+    const SessionGuard guard(this);
+    judgePeer();
+    // A slot may have turned the peer down.
+    if (!guard.holds() || transportState() != QAbstractSocket::ConnectedState)
+        return false;
+    emitState(QAbstractSocket::ConnectedState);
+    if (!guard.holds())
+        return false;
+
+    established = true;
+    qDebug().nospace().noquote() << "session " << sessionKey
+                                 << " reused: " << (SSL_session_reused(ssl) != 0);
+    q->readFromSocket();
+    return guard.holds();
+}
+
+void SslSocketPrivate::judgePeer()
+{
+    const PeerIdentity peer(q->peerCertificate());
+    const QString hostName = socket ? socket->peerName() : QString();
+    const long code = SSL_get_verify_result(ssl);
+    const PeerVerdict verdict =
+        code == X509_V_OK
+            ? judgeVerifiedPeer(peer, hostName)
+            : judgeFailedPeer(peer, hostName, code,
+                              q->verifyErrorString(static_cast<int>(code)));
+    Q_EMIT q->connectionVerificationDone(verdict.result, verdict.hostNameMatched,
+                                         verdict.description);
+}
+
+QString SslSocket::verifyErrorString(int code) const
+{
+    switch (code) {
+    case X509_V_OK:
+        return tr("An unknown error occurred");
+    case X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT:
+        return tr("Unable to get issuer certificate");
+    case X509_V_ERR_UNABLE_TO_DECRYPT_CERT_SIGNATURE:
+        return tr("Unable to decrypt certificate's signature");
+    case X509_V_ERR_UNABLE_TO_DECODE_ISSUER_PUBLIC_KEY:
+        return tr("Unable to decode issuer public key");
+    case X509_V_ERR_CERT_SIGNATURE_FAILURE:
+        return tr("Certificate signature failure");
+    case X509_V_ERR_CERT_NOT_YET_VALID:
+        return tr("The certificate is not yet valid");
+    case X509_V_ERR_CERT_HAS_EXPIRED:
+        return tr("The certificate has expired");
+    case X509_V_ERR_ERROR_IN_CERT_NOT_BEFORE_FIELD:
+        return tr("Format error in certificate's notBefore field");
+    case X509_V_ERR_ERROR_IN_CERT_NOT_AFTER_FIELD:
+        return tr("Format error in certificate's notAfter field");
+    case X509_V_ERR_OUT_OF_MEM:
+        return tr("Out of memory");
+    case X509_V_ERR_DEPTH_ZERO_SELF_SIGNED_CERT:
+        return tr("Self-signed certificate");
+    case X509_V_ERR_SELF_SIGNED_CERT_IN_CHAIN:
+        return tr("Self-signed certificate in certificate chain");
+    case X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY:
+        return tr("Unable to get local issuer certificate");
+    case X509_V_ERR_UNABLE_TO_VERIFY_LEAF_SIGNATURE:
+        return tr("Unable to verify the first certificate");
+    case X509_V_ERR_INVALID_CA:
+        return tr("Invalid CA certificate");
+    case X509_V_ERR_PATH_LENGTH_EXCEEDED:
+        return tr("Path length constraint exceeded");
+    case X509_V_ERR_INVALID_PURPOSE:
+        return tr("Unsupported certificate purpose");
+    case X509_V_ERR_CERT_UNTRUSTED:
+        return tr("Certificate not trusted");
+    case X509_V_ERR_CERT_REJECTED:
+        return tr("Certificate rejected");
+    case X509_V_ERR_SUBJECT_ISSUER_MISMATCH:
+        return tr("Subject issuer mismatch");
+    case X509_V_ERR_AKID_SKID_MISMATCH:
+        return tr("Authority and subject key identifier mismatch");
+    case X509_V_ERR_AKID_ISSUER_SERIAL_MISMATCH:
+        return tr("Authority and issuer serial number mismatch");
+    case X509_V_ERR_KEYUSAGE_NO_CERTSIGN:
+        return tr("Key usage does not include certificate signing");
+    default:
+        return tr("Unknown error");
+    }
+}
+
+} // namespace vela

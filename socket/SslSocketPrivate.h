@@ -1,0 +1,132 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#ifndef FERRULE_SSLSOCKETPRIVATE_H
+#define FERRULE_SSLSOCKETPRIVATE_H
+
+#include "socket/RingBuffer.h"
+
+#include <Ferrule/SslSocket.h>
+
+#include <QtCore/QPointer>
+
+#include <openssl/ssl.h>
+
+namespace vela {
+
+/*!
+    The record behind an SslSocket: its state, and the steps that the socket's operations are made
+    of. The order in which the steps run stands in the SslSocket operations that call them.
+*/
+class SslSocketPrivate
+{
+public:
+    SslSocketPrivate(SslSocket* owner, SslSocket::Mode role);
+
+    //! Makes \a transport the inner socket: drops its connections and makes those of the frame.
+    void attach(QTcpSocket* transport, bool owned);
+
+    /*!
+        Lets go of the inner socket without hearing from it again, and deletes it if the frame owns
+        it: at once, or later while one of its own signals is being emitted.
+    */
+    void releaseTransport();
+
+    //! Returns the inner socket's state; unconnected when a host has deleted it.
+    QAbstractSocket::SocketState transportState() const;
+
+    //! Returns true while a signal of the inner socket is being handled or relayed.
+    bool insideTransportSignal() const;
+
+    //! Returns the connection to its state before the handshake; the session goes to the pool.
+    void reset();
+    //! The part of reset() that concerns OpenSSL.
+    void releaseEngine();
+
+    //! \name Setting up the engine; each returns the error text, null when all went well
+    //! \{
+    QString createEngine();
+    QString applyCipherList(SSL_CTX* context);
+    QString loadIdentity(SSL_CTX* context);
+    QString loadAuthorities(SSL_CTX* context);
+    QString offerPooledSession();
+    QString connectEngine();
+    //! \}
+    void copyEndpoint();
+
+    //! \name The handshake
+    //! \{
+    bool completeHandshake();
+    void judgePeer();
+    //! \}
+
+    //! \name Moving bytes; each returns false when the connection is not to be touched any further
+    //! \{
+    bool takeCiphertext();
+    bool stepHandshake();
+    bool announceConnected();
+    bool decrypt();
+    bool finishDecryption(int result);
+    bool encrypt();
+    void flushEngine();
+    //! \}
+
+    /*!
+        Sets the error string and emits the error as a TLS failure. Slots may have done anything
+        when it returns.
+    */
+    void fail(const QString& text);
+    void emitError(QAbstractSocket::SocketError error);
+    void emitState(QAbstractSocket::SocketState state);
+
+    RingBuffer readBuffer;
+    RingBuffer writeBuffer;
+    bool established = false;
+    QPointer<QTcpSocket> socket;
+    bool ownsSocket = true;
+    SslSocket::Mode mode;
+    bool sslInitialised = false;
+    bool writeScheduled = false;
+    bool dataRead = false;
+    SSL* ssl = nullptr;
+    BIO* readBio = nullptr;
+    BIO* writeBio = nullptr;
+    QString sessionKey;
+    QString pathToCertificate;
+    QString certificateSource; // Counts as a certificate; nothing sets it yet.
+    QString pathToPrivateKey;
+    QString pathToCACertFile;
+    QString pathToCACertDir;
+    QString ciphers;
+    SslSocket* const q;
+
+    //! Counts resets: tells code that emitted a signal whether it still deals with the same session.
+    quint64 generation = 0;
+    //! How many calls of readFromSocket() are active; slots may re-enter it.
+    int activeReads = 0;
+};
+
+/*!
+    Tells whether a socket and its session are still those for which the guard was made. Held across
+    every emission, because slots may delete, close and reconnect the socket.
+*/
+class SessionGuard
+{
+public:
+    explicit SessionGuard(const SslSocketPrivate* d)
+        : m_d(d)
+        , m_socket(d->q)
+        , m_generation(d->generation)
+    {
+    }
+
+    bool isAlive() const { return !m_socket.isNull(); }
+    bool holds() const { return isAlive() && m_d->generation == m_generation; }
+
+private:
+    const SslSocketPrivate* m_d;
+    QPointer<const SslSocket> m_socket;
+    quint64 m_generation;
+};
+
+} // namespace vela
+
+#endif

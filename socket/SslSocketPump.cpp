@@ -1,0 +1,175 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// The pump of an SslSocket: bytes between the inner socket, the engine and the host's buffers.
+
+#include "socket/SslSocketPrivate.h"
+#include "support/OpenSslErrors.h"
+
+#include <Ferrule/SslSocket.h>
+
+#include <QtCore/QScopedValueRollback>
+
+#include <cstring>
+
+namespace vela {
+
+namespace {
+
+constexpr int PLAINTEXT_PIECE = 4096;
+
+// How much ciphertext the engine is handed at a time. A memory BIO of OpenSSL 1.0.2 moves all that
+// it holds with every read; a backlog waits in the inner socket instead.
+constexpr qint64 CIPHERTEXT_BATCH = 32 * 1024;
+
+} // namespace
+
+/*
+    The inbound path, in this order: take ciphertext, step the handshake until there is a session,
+    decrypt. Each of these emits signals, and each returns false when the slots or a failure left
+    nothing to go on with.
+*/
+void SslSocket::readFromSocket()
+{
+    const SessionGuard guard(d);
+    ++d->activeReads;
+    bool more = true;
+    while (more) {
+        more = d->takeCiphertext() && (d->established || d->stepHandshake()) && d->decrypt()
+               && d->socket->bytesAvailable() > 0;
+        if (!guard.isAlive())
+            return;
+    }
+    --d->activeReads;
+}
+
+bool SslSocketPrivate::takeCiphertext()
+{
+    const QByteArray batch = socket ? socket->read(CIPHERTEXT_BATCH) : QByteArray();
+    if (batch.isEmpty())
+        return true;
+    clearOpenSslErrors();
+    if (readBio && BIO_write(readBio, batch.constData(), batch.size()) == batch.size())
+        return true;
+    fail(SslSocket::tr("Failed to write protocol data to BIO"));
+    return false;
+}
+
+bool SslSocketPrivate::stepHandshake()
+{
+    const SessionGuard guard(this);
+    bool completed = false;
+    switch (mode) {
+    case SslSocket::Client:
+        completed = q->sslAcceptOrConnect(false);
+        break;
+    case SslSocket::Server:
+        q->open(QIODevice::ReadWrite);
+        completed = q->sslAcceptOrConnect(true);
+        break;
+    default: // Reading would make the engine start one all the same.
+        return false;
+    }
+    if (!guard.holds())
+        return false;
+    q->writeToSocket();
+    if (!guard.holds())
+        return false;
+    return completed ? announceConnected() : true;
+}
+
+bool SslSocketPrivate::announceConnected()
+{
+    // The data that came with the end of the handshake has been announced already, and a slot may
+    // have closed the connection.
+    if (transportState() != QAbstractSocket::ConnectedState)
+        return false;
+    const SessionGuard guard(this);
+    emitState(QAbstractSocket::ConnectedState);
+    if (!guard.holds() || transportState() != QAbstractSocket::ConnectedState)
+        return false;
+    Q_EMIT q->connected();
+    return guard.holds();
+}
+
+bool SslSocketPrivate::decrypt()
+{
+    const SessionGuard guard(this);
+    char piece[PLAINTEXT_PIECE];
+    int result = 0;
+    for (;;) {
+        const QAbstractSocket::SocketState state = transportState();
+        if (!ssl || state == QAbstractSocket::ClosingState
+            || state == QAbstractSocket::UnconnectedState) {
+            return false;
+        }
+        clearOpenSslErrors();
+        result = SSL_read(ssl, piece, PLAINTEXT_PIECE);
+        if (result < 1)
+            break;
+        std::memcpy(readBuffer.reserve(result), piece, static_cast<std::size_t>(result));
+        Q_EMIT q->readyRead();
+        if (!guard.holds())
+            return false;
+        dataRead = true;
+    }
+    return finishDecryption(result);
+}
+
+bool SslSocketPrivate::finishDecryption(int result)
+{
+    const int error = SSL_get_error(ssl, result);
+    if (result < 0 && (error == SSL_ERROR_WANT_READ || error == SSL_ERROR_WANT_WRITE)) {
+        const SessionGuard guard(this);
+        q->writeToSocket();
+        return guard.holds();
+    }
+    if (result == 0 && error == SSL_ERROR_ZERO_RETURN) {
+        // While the handshake's last step is still active it is left to that: the host is to see
+        // connected() before the end of the connection.
+        if (activeReads == 1)
+            socket->disconnectFromHost();
+        return false;
+    }
+    fail(SslSocket::tr("Failed to read from SSL, %1").arg(takeOpenSslError()));
+    return false;
+}
+
+void SslSocket::writeToSocket()
+{
+    d->writeScheduled = false;
+    if (d->established && !d->encrypt())
+        return;
+    d->flushEngine();
+}
+
+bool SslSocketPrivate::encrypt()
+{
+    while (!writeBuffer.isEmpty()) {
+        clearOpenSslErrors();
+        const int written =
+            SSL_write(ssl, writeBuffer.readPointer(), writeBuffer.nextDataBlockSize());
+        if (written < 1) {
+            fail(SslSocket::tr("SSL error: %1").arg(takeOpenSslError()));
+            return false;
+        }
+        writeBuffer.free(written);
+    }
+    return true;
+}
+
+void SslSocketPrivate::flushEngine()
+{
+    const int pending = writeBio ? static_cast<int>(BIO_pending(writeBio)) : 0;
+    if (pending < 1 || !socket || !socket->isOpen())
+        return;
+    QByteArray output(pending, Qt::Uninitialized);
+    BIO_read(writeBio, output.data(), pending);
+    socket->write(output);
+}
+
+void SslSocket::socketBytesWritten(qint64 bytes)
+{
+    if (d->established)
+        Q_EMIT bytesWritten(bytes);
+}
+
+} // namespace vela

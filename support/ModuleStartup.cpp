@@ -1,0 +1,84 @@
+// SPDX-License-Identifier: BSD-3-Clause
+
+/*
+    Everything that must exist before the first exported function runs, in the order in which it is
+    made; at unload it goes in the reverse order. The definitions stand together in this one file
+    because only within a file does the language fix their order.
+*/
+
+#include "socket/SessionPool.h"
+#include "socket/SslContext.h"
+#include "support/OpenSslLocking.h"
+
+#include <Ferrule/CertVerify.h>
+#include <Ferrule/SslCertificate.h>
+
+#include <QtCore/QIODevice>
+#include <QtCore/QMetaType>
+
+namespace vela {
+
+SessionPool gSessionPool;
+
+namespace {
+
+class TlsContextStartup
+{
+public:
+    TlsContextStartup() { SslContext::create(); }
+
+    ~TlsContextStartup()
+    {
+        SslContext::detach();
+        removeOpenSslLocking();
+    }
+};
+
+const TlsContextStartup tlsContextStartup;
+
+} // namespace
+
+// Not string literals of this library: hosts keep copies that outlive it.
+const QString SslCertificate::ATTR_COUNTRY = QString::fromLatin1("C");
+const QString SslCertificate::ATTR_ORGANISATION = QString::fromLatin1("O");
+const QString SslCertificate::ATTR_ORGANISATION_UNIT = QString::fromLatin1("OU");
+const QString SslCertificate::ATTR_LOCALITY = QString::fromLatin1("L");
+const QString SslCertificate::ATTR_STATE = QString::fromLatin1("ST");
+const QString SslCertificate::ATTR_COMMON_NAME = QString::fromLatin1("CN");
+const QString SslCertificate::ATTR_EMAIL = QString::fromLatin1("EMail");
+
+namespace {
+
+/*
+    The types are registered by name and withdrawn again at unload. Q_DECLARE_METATYPE would make
+    them permanent, with functions that lie in this library, and the next queued signal after an
+    unload would call them.
+*/
+class MetaTypeStartup
+{
+public:
+    MetaTypeStartup()
+        : m_ids{qRegisterMetaType<SslCertificatePtr>("SslCertificatePtr"),
+                qRegisterMetaType<CertVerify>("vela::CertVerify")}
+    {
+        // Qt looks this up by name when connectToHost() is called from another thread. As an alias
+        // of a type that Qt brings along it may stay when the library goes.
+        static_assert(sizeof(QIODevice::OpenMode) == sizeof(int), "an alias must have the size");
+        QMetaType::registerNormalizedTypedef(QByteArray("OpenMode"), QMetaType::Int);
+    }
+
+    ~MetaTypeStartup()
+    {
+        for (int id : m_ids)
+            QMetaType::unregisterType(id);
+    }
+
+private:
+    const int m_ids[2];
+};
+
+const MetaTypeStartup metaTypeStartup;
+
+} // namespace
+
+} // namespace vela

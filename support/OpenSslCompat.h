@@ -1,0 +1,55 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#ifndef FERRULE_OPENSSLCOMPAT_H
+#define FERRULE_OPENSSLCOMPAT_H
+
+/*
+    The sources are written against OpenSSL's accessor functions. This header supplies those that
+    OpenSSL 1.0.2 lacks and holds every version test of the library.
+*/
+
+#include <openssl/opensslv.h>
+#include <openssl/ssl.h>
+#include <openssl/x509.h>
+
+#if OPENSSL_VERSION_NUMBER < 0x10100000L
+
+inline const ASN1_TIME* X509_get0_notBefore(const X509* x509)
+{
+    return X509_get_notBefore(x509);
+}
+
+inline const ASN1_TIME* X509_get0_notAfter(const X509* x509)
+{
+    return X509_get_notAfter(x509);
+}
+
+inline int X509_up_ref(X509* x509)
+{
+    return CRYPTO_add(&x509->references, 1, CRYPTO_LOCK_X509) > 1 ? 1 : 0;
+}
+
+inline int SSL_SESSION_up_ref(SSL_SESSION* session)
+{
+    return CRYPTO_add(&session->references, 1, CRYPTO_LOCK_SSL_SESSION) > 1 ? 1 : 0;
+}
+
+inline int SSL_SESSION_is_resumable(const SSL_SESSION* session)
+{
+    return session->not_resumable == 0
+           && (session->session_id_length > 0 || session->tlsext_ticklen > 0);
+}
+
+#endif
+
+namespace vela {
+
+/*!
+    The number of object identifiers that the reference engine has names for. Names given to
+    identifiers later are not used in distinguished names, so that hosts read the same text
+    whichever engine runs.
+*/
+constexpr int REFERENCE_ENGINE_NID_COUNT = 958;
+
+} // namespace vela
+
+#endif

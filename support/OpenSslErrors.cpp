@@ -1,0 +1,21 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "support/OpenSslErrors.h"
+
+#include <openssl/err.h>
+
+namespace vela {
+
+void clearOpenSslErrors()
+{
+    ERR_clear_error();
+}
+
+QString takeOpenSslError()
+{
+    // The form with a buffer: ERR_error_string() itself writes into one that all threads share.
+    char text[256];
+    ERR_error_string_n(ERR_get_error(), text, sizeof text);
+    return QString::fromLatin1(text);
+}
+
+} // namespace vela

@@ -1,0 +1,20 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "support/RecursiveMutex.h"
+
+#include "support/ThreadAnnotations.h"
+
+namespace vela {
+
+void RecursiveMutex::lock()
+{
+    m_mutex.lock();
+    annotateAcquire(this);
+}
+
+void RecursiveMutex::unlock()
+{
+    annotateRelease(this);
+    m_mutex.unlock();
+}
+
+} // namespace vela
