@@ -77,7 +77,8 @@ QString nameOneline(const X509_NAME* name)
     if (!name)
         return QString::fromLatin1("NO X509_NAME");
 
-    auto* entries = const_cast<X509_NAME*>(name); // OpenSSL 1.0.2 reads without saying const.
+    // OpenSSL 1.0.2 reads names without saying const.
+    auto* entries = const_cast<X509_NAME*>(name);
     QByteArray text;
     for (int i = 0; i < X509_NAME_entry_count(entries); ++i) {
         X509_NAME_ENTRY* entry = X509_NAME_get_entry(entries, i);
