@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#ifndef FERRULE_OPENSSLERRORMARK_H
+#define FERRULE_OPENSSLERRORMARK_H
+
+#include <QtCore/qglobal.h>
+
+#include <openssl/err.h>
+
+namespace vela {
+
+/*!
+    Takes back what is added to this thread's OpenSSL error queue while the object lives. Parsing
+    failures are no errors to this library's callers, but a socket on the same thread would take
+    what they leave behind for a failure of its own. Entries from before stay. Do not nest.
+*/
+class OpenSslErrorMark
+{
+public:
+    OpenSslErrorMark() { ERR_set_mark(); }
+    ~OpenSslErrorMark() { ERR_pop_to_mark(); }
+
+private:
+    Q_DISABLE_COPY(OpenSslErrorMark)
+};
+
+} // namespace vela
+
+#endif
