@@ -7,6 +7,7 @@
     OpenSSL 1.0.2 lacks and holds every version test of the library.
 */
 
+#include <openssl/crypto.h>
 #include <openssl/opensslv.h>
 #include <openssl/ssl.h>
 #include <openssl/x509.h>
@@ -49,6 +50,41 @@ namespace vela {
     whichever engine runs.
 */
 constexpr int REFERENCE_ENGINE_NID_COUNT = 958;
+
+using OpenSslLockingCallback = void (*)(int mode, int number, const char* file, int line);
+using OpenSslThreadIdCallback = unsigned long (*)();
+
+/*!
+    Installs the callbacks with which OpenSSL locks; withdraws them where they are still installed.
+    Engines from 1.1.0 on lock by themselves, and neither call does anything.
+*/
+#if OPENSSL_VERSION_NUMBER < 0x10100000L
+
+inline void installOpenSslCallbacks(OpenSslLockingCallback locking, OpenSslThreadIdCallback id)
+{
+    CRYPTO_set_locking_callback(locking);
+    CRYPTO_set_id_callback(id);
+}
+
+inline void withdrawOpenSslCallbacks(OpenSslLockingCallback locking, OpenSslThreadIdCallback id)
+{
+    if (CRYPTO_get_locking_callback() == locking)
+        CRYPTO_set_locking_callback(nullptr);
+    if (CRYPTO_get_id_callback() == id)
+        CRYPTO_set_id_callback(nullptr);
+}
+
+#else
+
+inline void installOpenSslCallbacks(OpenSslLockingCallback, OpenSslThreadIdCallback)
+{
+}
+
+inline void withdrawOpenSslCallbacks(OpenSslLockingCallback, OpenSslThreadIdCallback)
+{
+}
+
+#endif
 
 } // namespace vela
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "support/OpenSslLocking.h"
 
+#include "support/OpenSslCompat.h"
 #include "support/ThreadAnnotations.h"
 
 #include <QtCore/QMutex>
@@ -56,8 +57,7 @@ QMutex* fetchLock(int number)
     return lock;
 }
 
-// Engines from 1.1.0 on define the installing calls away, and with them every use of these two.
-[[maybe_unused]] void lockingCallback(int mode, int number, const char*, int)
+void lockingCallback(int mode, int number, const char*, int)
 {
     QMutex* lock = fetchLock(number);
     if (mode & CRYPTO_LOCK) {
@@ -69,7 +69,7 @@ QMutex* fetchLock(int number)
     }
 }
 
-[[maybe_unused]] unsigned long threadIdCallback()
+unsigned long threadIdCallback()
 {
     return static_cast<unsigned long>(reinterpret_cast<quintptr>(QThread::currentThreadId()));
 }
@@ -78,17 +78,12 @@ QMutex* fetchLock(int number)
 
 void installOpenSslLocking()
 {
-    CRYPTO_set_locking_callback(lockingCallback);
-    CRYPTO_set_id_callback(threadIdCallback);
+    installOpenSslCallbacks(lockingCallback, threadIdCallback);
 }
 
 void removeOpenSslLocking()
 {
-    if (CRYPTO_get_locking_callback() == lockingCallback)
-        CRYPTO_set_locking_callback(nullptr);
-    if (CRYPTO_get_id_callback() == threadIdCallback)
-        CRYPTO_set_id_callback(nullptr);
-
+    withdrawOpenSslCallbacks(lockingCallback, threadIdCallback);
     const std::unique_ptr<LockSlot[]> table(lockTable.exchange(nullptr));
     if (!table)
         return;
