@@ -65,6 +65,9 @@ void configure(SSL_CTX* context)
     // Without it a read that meets a renegotiation gives up although decrypted data may follow in
     // the same batch, and nothing would ask again.
     SSL_CTX_set_mode(context, SSL_MODE_AUTO_RETRY);
+    // Newer engines choose a curve by themselves. Without one a server has no ephemeral key
+    // exchange, and many of today's clients accept nothing else.
+    static_cast<void>(SSL_CTX_set_ecdh_auto(context, 1));
 }
 
 } // namespace
