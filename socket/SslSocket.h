@@ -67,6 +67,8 @@ class SslSocketPrivate;
       close-notify alert is ever sent. To be sure that everything leaves, call
       waitForBytesWritten(0) first: it encrypts at once, and the inner socket delivers what it was
       handed before disconnectFromHost() closes it.
+    - abort() does nothing while a server's handshake runs, for the state is still
+      UnconnectedState then: use close().
     - bytesWritten() counts bytes on the wire, bytesToWrite() plain bytes not yet encrypted.
     - Only the inner socket has a network connection: socketDescriptor(), socket options,
       setReadBufferSize(), flush(), waitForConnected() and waitForDisconnected() act on the outer
@@ -281,9 +283,9 @@ Q_SIGNALS:
         the texts must be the same: there are no wildcards, and alternative names do not count.
         \a description is the translated text of both for a human reader.
 
-        A peer without a certificate (the usual client, as a server sees it) is reported as
-        VerifyOk: what the dates of no certificate compare to. Check x509peerCertificate() where
-        a certificate is required.
+        A peer without a certificate (the usual client, as a server sees it) is reported with
+        VerifyExpired, for its missing dates compare as the first moment of 1970, and an empty host
+        name. Ask x509peerCertificate() whether there is a certificate before judging by the verdict.
     */
     void connectionVerificationDone(vela::CertVerify result, bool hostNameMatched,
                                     QString description);
