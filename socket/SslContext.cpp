@@ -87,6 +87,10 @@ bool SslContext::create()
     if (RAND_status() == 0)
         seedRandomGenerator();
 
+    // Slot 0 is used as it is; but OpenSSL 3 cannot copy a session that has data there unless some
+    // slot was asked for, and then every TLS 1.3 server fails.
+    SSL_SESSION_get_ex_new_index(0, nullptr, nullptr, nullptr, nullptr);
+
     SSL_CTX* context = SSL_CTX_new(SSLv23_method());
     if (!context)
         return false;
