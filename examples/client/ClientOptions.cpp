@@ -1,0 +1,198 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "client/ClientOptions.h"
+
+#include "common/Console.h"
+
+#include <QtCore/QCommandLineParser>
+#include <QtCore/QCoreApplication>
+
+#include <limits>
+
+namespace {
+
+const char DESCRIPTION[] =
+    "Connects to HOST:PORT with TLS (an IPv6 address in brackets: [::1]:443), reports on\n"
+    "standard error what it found, then sends standard input to the peer and writes what\n"
+    "the peer sends to standard output.\n"
+    "\n"
+    "The program ends when the peer closes the connection. At the end of its input it goes\n"
+    "on receiving, because TLS connections of this library have no half-close: where the\n"
+    "peer waits for more, use --close-after-input. Nothing is sent, and standard input is\n"
+    "not read, before the handshake is complete.\n"
+    "\n"
+    "Trusted are the authorities of --ca-file and --ca-dir, and nothing else; with --cert\n"
+    "those of OpenSSL's default locations are trusted as well. A bad verdict is reported and\n"
+    "changes nothing, unless one of the --require options is given.\n"
+    "\n"
+    "Exit status:\n"
+    "  0  the connection ended in order (or --help, --version)\n"
+    "  1  the command line is wrong\n"
+    "  2  a certificate, key, authority or cipher list cannot be used\n"
+    "  3  no connection: unknown host, closed port, unreachable\n"
+    "  4  the handshake failed: no TLS there, no common cipher, closed by the peer\n"
+    "  5  connection and handshake took longer than --timeout\n"
+    "  6  --require-ok: the verdict is not OK\n"
+    "  7  --require-host-name: the certificate is for another host\n"
+    "  8  the connection broke, or the peer closed it before all input was sent; with TLS 1.3\n"
+    "     also when the server turns down the client's certificate\n"
+    "  9  standard input or standard output failed\n";
+
+bool parseTarget(const QString& target, ClientOptions& options)
+{
+    const int colon = target.lastIndexOf(QLatin1Char(':'));
+    bool isNumber = false;
+    options.port = target.mid(colon + 1).toUShort(&isNumber);
+    options.hostName = target.left(colon);
+    if (colon < 1 || !isNumber || options.port == 0)
+        return false;
+    if (options.hostName.startsWith(QLatin1Char('[')) && options.hostName.endsWith(QLatin1Char(']')))
+        options.hostName = options.hostName.mid(1, options.hostName.size() - 2);
+    else if (options.hostName.contains(QLatin1Char(':')))
+        return false;
+    return !options.hostName.isEmpty();
+}
+
+bool parseSeconds(const QString& text, int& msecs)
+{
+    bool isNumber = false;
+    const double seconds = text.toDouble(&isNumber);
+    if (!isNumber || !(seconds >= 0 && seconds <= std::numeric_limits<int>::max() / 1000))
+        return false;
+    msecs = static_cast<int>(seconds * 1000);
+    return true;
+}
+
+/*! The parser and the options, in the order in which --help shows them. */
+struct CommandLine
+{
+    QCommandLineParser parser;
+    QCommandLineOption caFile{QStringLiteral("ca-file"),
+                              QStringLiteral("Trust the authorities in the PEM file <file>."),
+                              QStringLiteral("file")};
+    QCommandLineOption caDirectory{
+        QStringLiteral("ca-dir"),
+        QStringLiteral("Trust the authorities in <directory>, prepared with 'openssl rehash'."),
+        QStringLiteral("directory")};
+    QCommandLineOption certificate{
+        QStringLiteral("cert"),
+        QStringLiteral("Offer the first certificate in the PEM file <file> to a server that asks "
+                       "for one; needs --key. Also trusts OpenSSL's default authorities."),
+        QStringLiteral("file")};
+    QCommandLineOption key{QStringLiteral("key"),
+                           QStringLiteral("The private key of --cert, a PEM file."),
+                           QStringLiteral("file")};
+    QCommandLineOption ciphers{
+        QStringLiteral("ciphers"),
+        QStringLiteral("Offer only the ciphers of the OpenSSL cipher list <list>. The ciphers of "
+                       "TLS 1.3 are not affected."),
+        QStringLiteral("list")};
+    QCommandLineOption repeat{
+        QStringLiteral("repeat"),
+        QStringLiteral("Make <count> connections, one after the other, and report on each: shows "
+                       "whether sessions are resumed. All but the last are closed after the "
+                       "handshake, and what the peer sends on them is dropped; with TLS 1.3 they "
+                       "first wait, one second at most, for the session ticket."),
+        QStringLiteral("count"), QStringLiteral("1")};
+    QCommandLineOption timeout{
+        QStringLiteral("timeout"),
+        QStringLiteral("Give up when connection and handshake take longer than <seconds>; 0 for "
+                       "no limit. (Default: 30)"),
+        QStringLiteral("seconds"), QStringLiteral("30")};
+    QCommandLineOption closeAfterInput{
+        QStringLiteral("close-after-input"),
+        QStringLiteral("When all input has been sent and the peer has then been silent for "
+                       "<seconds>, close the connection. Fractions are allowed; 0 does not wait."),
+        QStringLiteral("seconds")};
+    QCommandLineOption requireOk{
+        QStringLiteral("require-ok"),
+        QStringLiteral("End before any data is exchanged when the verdict is not OK. Does not "
+                       "look at the host name; add --require-host-name for that.")};
+    QCommandLineOption requireHostName{
+        QStringLiteral("require-host-name"),
+        QStringLiteral("End before any data is exchanged when the common name in the peer's "
+                       "certificate is not HOST. Wildcards and alternative names do not count.")};
+    QCommandLineOption quiet{QStringLiteral("quiet"),
+                             QStringLiteral("Do not report on the peer; errors are still told.")};
+    QCommandLineOption verbose{QStringLiteral("verbose"),
+                               QStringLiteral("Also show the library's notes on its sessions.")};
+    QCommandLineOption help = parser.addHelpOption();
+    QCommandLineOption version = parser.addVersionOption();
+
+    CommandLine()
+    {
+        parser.setApplicationDescription(QString::fromLatin1(DESCRIPTION));
+        parser.addPositionalArgument(QStringLiteral("HOST:PORT"), QStringLiteral("The peer."),
+                                     QStringLiteral("HOST:PORT"));
+        parser.addOptions({caFile, caDirectory, certificate, key, ciphers, repeat, timeout,
+                           closeAfterInput, requireOk, requireHostName, quiet, verbose});
+    }
+
+    QString read(ClientOptions& options);
+    QString readNumbers(ClientOptions& options);
+};
+
+QString CommandLine::read(ClientOptions& options)
+{
+    const QStringList targets = parser.positionalArguments();
+    if (targets.size() != 1)
+        return QStringLiteral("one HOST:PORT is needed, %1 given").arg(targets.size());
+    if (!parseTarget(targets.first(), options))
+        return QStringLiteral("\"%1\" is not HOST:PORT").arg(targets.first());
+
+    for (const auto& option : {caFile, caDirectory, certificate, key, ciphers}) {
+        if (parser.isSet(option) && parser.value(option).isEmpty())
+            return QStringLiteral("--%1 is empty").arg(option.names().first());
+    }
+    if (parser.isSet(certificate) != parser.isSet(key))
+        return QStringLiteral("--cert and --key go together");
+
+    options.tls.caFile = parser.value(caFile);
+    options.tls.caDirectory = parser.value(caDirectory);
+    options.tls.certificate = parser.value(certificate);
+    options.tls.key = parser.value(key);
+    options.tls.ciphers = parser.value(ciphers);
+    options.quiet = parser.isSet(quiet);
+    options.requireOk = parser.isSet(requireOk);
+    options.requireHostName = parser.isSet(requireHostName);
+    options.verbose = parser.isSet(verbose);
+    return readNumbers(options);
+}
+
+QString CommandLine::readNumbers(ClientOptions& options)
+{
+    options.connections = parser.value(repeat).toInt();
+    if (options.connections < 1)
+        return QStringLiteral("--repeat needs a whole number from 1");
+    if (!parseSeconds(parser.value(timeout), options.timeoutMsecs))
+        return QStringLiteral("--timeout needs a number of seconds");
+    if (parser.isSet(closeAfterInput)
+        && !parseSeconds(parser.value(closeAfterInput), options.closeAfterInputMsecs)) {
+        return QStringLiteral("--close-after-input needs a number of seconds");
+    }
+    return QString();
+}
+
+} // namespace
+
+bool ClientOptions::parse(const QStringList& arguments, int& status)
+{
+    CommandLine line;
+    QString error = line.parser.parse(arguments) ? QString() : line.parser.errorText();
+    status = ExitOk;
+    if (error.isNull() && line.parser.isSet(line.help)) {
+        console::print(line.parser.helpText().trimmed());
+        return false;
+    }
+    if (error.isNull() && line.parser.isSet(line.version)) {
+        console::print(QCoreApplication::applicationName() + QLatin1Char(' ')
+                       + QCoreApplication::applicationVersion());
+        return false;
+    }
+    if (error.isNull())
+        error = line.read(*this);
+    if (error.isNull())
+        return true;
+    console::complain(error + QStringLiteral(" (--help explains)"));
+    status = ExitUsage;
+    return false;
+}

@@ -1,0 +1,24 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#ifndef FERRULE_EXAMPLES_PEERREPORT_H
+#define FERRULE_EXAMPLES_PEERREPORT_H
+
+#include <Ferrule/CertVerify.h>
+
+#include <QtCore/QString>
+
+namespace vela {
+class SslSocket;
+}
+
+//! Returns the name of \a verdict: "OK", "self-signed", ...
+QString verdictName(vela::CertVerify verdict);
+
+/*!
+    Describes the connection of \a socket in lines for a human reader: the verdict, the cipher, the
+    session and the peer's certificate. To be called with what connectionVerificationDone() says,
+    in its slot or later.
+*/
+QString peerReport(const vela::SslSocket& socket, vela::CertVerify verdict, bool hostNameMatched,
+                   const QString& description);
+
+#endif

@@ -1,0 +1,119 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: BSD-3-Clause
+# Shows ferrule-client and ferrule-server at work, with certificates made on the spot.
+# Usage: demo.sh <directory with the two programs>. Ends with 1 if anything is not as it should be.
+set -u
+
+[ $# -eq 1 ] || { echo "usage: $0 <directory with ferrule-client and ferrule-server>" >&2; exit 2; }
+client=$1/ferrule-client
+server=$1/ferrule-server
+for program in "$client" "$server"; do
+    [ -x "$program" ] || { echo "$0: $program is not there; build it first" >&2; exit 2; }
+done
+command -v openssl >/dev/null || { echo "$0: needs the openssl command" >&2; exit 2; }
+
+work=$(mktemp -d) || exit 2
+server_pid=
+cleanup() {
+    [ -z "$server_pid" ] || kill "$server_pid" 2>/dev/null
+    rm -rf "$work"
+}
+trap cleanup EXIT
+trap 'exit 2' INT TERM
+
+say() { printf '\n== %s\n' "$*"; }
+
+# Shows the lines of a file that match a pattern, and ends the demo unless the file contains each of
+# the texts. expect <file> <pattern> <text>...
+expect() {
+    local file=$1 pattern=$2 text
+    shift 2
+    sed -n "/$pattern/s/^/   /p" "$file"
+    for text in "$@"; do
+        grep -Fq -- "$text" "$file" || { echo "!! expected: $text"; exit 1; }
+    done
+}
+
+# Runs the client with the CA, against the server, with standard input from a file.
+# run <input> <output> <status> <host> [option...]
+run() {
+    local input=$1 output=$2 expected=$3 host=$4 status=0
+    shift 4
+    "$client" --timeout 10 "$@" "$host:$port" <"$input" >"$output" 2>"$work/report" || status=$?
+    [ "$status" -eq "$expected" ] && return
+    cat "$work/report"
+    echo "!! ferrule-client ended with status $status instead of $expected"
+    exit 1
+}
+
+judgement='^\(verdict\|host name\|description\|ferrule\)'
+
+make_certificates() {
+    openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj '/O=Ferrule demo/CN=Demo Authority' \
+        -keyout "$work/ca.key" -out "$work/ca.pem" &&
+    openssl req -new -newkey rsa:2048 -nodes -subj '/O=Ferrule demo/CN=127.0.0.1' \
+        -keyout "$work/server.key" -out "$work/server.csr" &&
+    openssl x509 -req -in "$work/server.csr" -CA "$work/ca.pem" -CAkey "$work/ca.key" \
+        -set_serial 0x2a -days 1 -out "$work/server.pem" &&
+    openssl req -x509 -newkey rsa:2048 -nodes -days 1 -subj '/CN=127.0.0.1' \
+        -keyout "$work/alone.key" -out "$work/alone.pem"
+}
+
+# start_server <certificate> <key>: sets server_pid and port.
+start_server() {
+    : >"$work/server.log"
+    "$server" --port 0 --cert "$1" --key "$2" >"$work/server.log" 2>&1 &
+    server_pid=$!
+    port=
+    for _ in $(seq 100); do
+        port=$(sed -n 's/^listening on .*:\([0-9]*\)$/\1/p' "$work/server.log")
+        [ -z "$port" ] || return 0
+        kill -0 "$server_pid" 2>/dev/null || break
+        sleep 0.05
+    done
+    echo "!! ferrule-server does not listen:"; cat "$work/server.log"
+    exit 1
+}
+
+# Ends the server as an operator would, and shows its lines.
+stop_server() {
+    local status=0
+    kill -TERM "$server_pid"
+    wait "$server_pid" || status=$?
+    server_pid=
+    [ "$status" -eq 0 ] || { echo "!! ferrule-server ended with status $status"; exit 1; }
+}
+
+say "An authority, a certificate of it for 127.0.0.1, and a self-signed one"
+make_certificates >"$work/openssl.log" 2>&1 || { cat "$work/openssl.log"; exit 1; }
+
+start_server "$work/server.pem" "$work/server.key"
+say "A server listens on port $port. A client that knows the authority connects twice"
+head -c 1048576 /dev/urandom >"$work/data"
+run "$work/data" "$work/echo" 0 127.0.0.1 --ca-file "$work/ca.pem" --repeat 2 \
+    --require-ok --require-host-name --close-after-input 1
+expect "$work/report" '.' 'verdict      OK' 'host name    agrees' 'session      new' \
+    'session      reused' 'CN=127.0.0.1' 'CN=Demo Authority' 'serial       2A'
+cmp "$work/data" "$work/echo" || { echo "!! the echo differs from what was sent"; exit 1; }
+echo "   1 MiB of random bytes went to the server and came back unchanged;"
+echo "   the second connection resumed the session of the first."
+
+say "The same server under a name that its certificate does not have"
+run /dev/null "$work/echo" 7 localhost --ca-file "$work/ca.pem" --require-host-name
+expect "$work/report" "$judgement" 'verdict      OK' 'host name    differs' 'Caution'
+
+say "A client that does not know the authority"
+run /dev/null "$work/echo" 6 127.0.0.1 --require-ok
+expect "$work/report" "$judgement" 'verdict      failed'
+
+say "The server is asked to end; these were its connections"
+stop_server
+expect "$work/server.log" '.' 'in 1048576 out 1048576: closed by the client' ' reused '
+
+start_server "$work/alone.pem" "$work/alone.key"
+say "A server with a self-signed certificate"
+run /dev/null "$work/echo" 6 127.0.0.1 --require-ok
+expect "$work/report" "$judgement" 'verdict      self-signed'
+stop_server
+
+say "All as it should be."
