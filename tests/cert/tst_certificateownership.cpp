@@ -1,0 +1,402 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "tests/common/TestCertificates.h"
+
+#include <Ferrule/SslCertificate.h>
+
+#include <openssl/x509.h>
+
+#include <QtCore/QThread>
+#include <QtTest/QtTest>
+
+#include <memory>
+
+using vela::SslCertificate;
+
+namespace {
+
+struct Certificate : SslCertificate
+{
+    using SslCertificate::SslCertificate;
+    using SslCertificate::setMd5Digest;
+    using SslCertificate::setSha1Digest;
+    using SslCertificate::setX509;
+};
+
+int freedHandles = 0;
+int watchIndex = -1;
+
+void countFreed(void*, void* data, CRYPTO_EX_DATA*, int, long, void*)
+{
+    if (data == &freedHandles)
+        ++freedHandles;
+}
+
+QString text(const char* latin1)
+{
+    return QString::fromLatin1(latin1);
+}
+
+test::Identity identityOf(test::KeyType keyType = test::KeyType::EcP256)
+{
+    test::CertificateSpec spec;
+    spec.keyType = keyType;
+    return test::makeIdentity(spec);
+}
+
+//! Parses \a identity's certificate into a handle whose end is counted in freedHandles.
+X509* watchedHandle(const test::Identity& identity)
+{
+    const QByteArray der = identity.der();
+    const auto* position = reinterpret_cast<const unsigned char*>(der.constData());
+    X509* x509 = d2i_X509(nullptr, &position, der.size());
+    if (!x509 || !X509_set_ex_data(x509, watchIndex, &freedHandles))
+        qFatal("cannot watch a certificate");
+    return x509;
+}
+
+} // namespace
+
+class CertificateOwnershipTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void init();
+
+    void ownedHandleIsFreedByTheDestructor();
+    void unownedHandleIsNotFreed();
+    void copyDoesNotOwn();
+    void copyDanglesOnceItsSourceIsGone();
+    void copyLeavesTheObjectPartBehind();
+    void copyOfAnEmptyObjectKeepsItsFingerprints();
+    void copyComputesAnew();
+    void assignmentDoesNotOwn();
+    void assignmentFreesWhatWasOwned();
+    void assignmentOfAnEmptyObjectFreesWhatWasOwned();
+    void assignmentTakesOverEverything();
+    void assignmentToItselfChangesNothing();
+    void settingTheSameHandleChangesNothing();
+    void settingAnotherHandleReplacesEverything();
+    void settingNullEmptiesAllButTheCipher();
+    void keySizeStaysForOtherKeys();
+    void clearEmptiesAllButTheKeySize();
+    void clearedObjectCanBeUsedAgain();
+    void clearOfAnUnownedHandleDoesNotFreeIt();
+    void sharedPointerFreesOnce();
+    void severalThreadsMayRead();
+};
+
+void CertificateOwnershipTest::initTestCase()
+{
+    watchIndex = X509_get_ex_new_index(0, nullptr, nullptr, nullptr, countFreed);
+    QVERIFY(watchIndex >= 0);
+}
+
+void CertificateOwnershipTest::init()
+{
+    freedHandles = 0;
+}
+
+void CertificateOwnershipTest::ownedHandleIsFreedByTheDestructor()
+{
+    {
+        const SslCertificate certificate(watchedHandle(identityOf()), true);
+        QCOMPARE(freedHandles, 0);
+    }
+    QCOMPARE(freedHandles, 1);
+}
+
+void CertificateOwnershipTest::unownedHandleIsNotFreed()
+{
+    X509* x509 = watchedHandle(identityOf());
+    {
+        const SslCertificate certificate(x509, false);
+    }
+    QCOMPARE(freedHandles, 0);
+    X509_free(x509);
+    QCOMPARE(freedHandles, 1);
+}
+
+void CertificateOwnershipTest::copyDoesNotOwn()
+{
+    const SslCertificate source(watchedHandle(identityOf()), true);
+    {
+        const SslCertificate copy(source);
+        QCOMPARE(copy.x509(), source.x509());
+    }
+    QCOMPARE(freedHandles, 0);
+    QCOMPARE(source.serialNumber(), QByteArray(1, '\1'));
+}
+
+void CertificateOwnershipTest::copyDanglesOnceItsSourceIsGone()
+{
+    auto source = std::make_unique<SslCertificate>(watchedHandle(identityOf()), true);
+    {
+        const SslCertificate copy(*source);
+        const x509_st* handle = source->x509();
+        source.reset();
+        QCOMPARE(freedHandles, 1);
+        QCOMPARE(copy.x509(), handle);
+    }
+    QCOMPARE(freedHandles, 1);
+}
+
+void CertificateOwnershipTest::copyLeavesTheObjectPartBehind()
+{
+    QObject parent;
+    const test::Identity identity = identityOf();
+    SslCertificate source(identity.x509(), false);
+    source.setParent(&parent);
+    source.setObjectName(text("source"));
+    const SslCertificate copy(source);
+    QVERIFY(!copy.parent());
+    QVERIFY(copy.objectName().isEmpty());
+
+    SslCertificate assigned;
+    assigned.setObjectName(text("assigned"));
+    assigned = source;
+    QVERIFY(!assigned.parent());
+    QCOMPARE(assigned.objectName(), text("assigned"));
+}
+
+void CertificateOwnershipTest::copyOfAnEmptyObjectKeepsItsFingerprints()
+{
+    Certificate source;
+    source.setSha1Digest("sha1");
+    source.setMd5Digest("md5");
+    const SslCertificate copy(source);
+    QVERIFY(copy.isEmpty());
+    QCOMPARE(copy.sha1Digest(), QByteArray("sha1"));
+    QCOMPARE(copy.md5Digest(), QByteArray("md5"));
+}
+
+void CertificateOwnershipTest::copyComputesAnew()
+{
+    const test::Identity identity = identityOf();
+    Certificate source(identity.x509(), false);
+    const QByteArray sha1 = source.sha1Digest();
+    source.setSha1Digest("sha1");
+    source.setCipherDescription(text("A B Kx=C Au=D Enc=E Mac=F export"));
+    source.setCipher(text("A"), 128, text("B"));
+
+    const SslCertificate copy(source);
+    QCOMPARE(copy.sha1Digest(), sha1);
+    QCOMPARE(copy.cipher().authentication, text("id-ecPublicKey"));
+    QCOMPARE(copy.cipherDescription(text(",")),
+             text("Cipher=A,128 bit,Protocol=B,Key Exchange=C,Authentication=id-ecPublicKey,"
+                  "Encryption=E,MAC=F,export"));
+}
+
+void CertificateOwnershipTest::assignmentDoesNotOwn()
+{
+    const SslCertificate source(watchedHandle(identityOf()), true);
+    {
+        SslCertificate assigned;
+        assigned = source;
+        QCOMPARE(assigned.x509(), const_cast<x509_st*>(source.x509()));
+    }
+    QCOMPARE(freedHandles, 0);
+}
+
+void CertificateOwnershipTest::assignmentFreesWhatWasOwned()
+{
+    const test::Identity identity = identityOf();
+    const SslCertificate source(identity.x509(), false);
+    {
+        SslCertificate assigned(watchedHandle(identityOf()), true);
+        assigned = source;
+        QCOMPARE(freedHandles, 1);
+    }
+    QCOMPARE(freedHandles, 1);
+}
+
+void CertificateOwnershipTest::assignmentOfAnEmptyObjectFreesWhatWasOwned()
+{
+    SslCertificate assigned(watchedHandle(identityOf(test::KeyType::Rsa2048)), true);
+    assigned = SslCertificate();
+    QCOMPARE(freedHandles, 1);
+    QVERIFY(assigned.isEmpty());
+    QVERIFY(assigned.subjectAttributes().isEmpty());
+    QCOMPARE(assigned.cipher().authenticationBits, 0);
+}
+
+void CertificateOwnershipTest::assignmentTakesOverEverything()
+{
+    const test::Identity identity = identityOf();
+    Certificate source(identity.x509(), false);
+    source.setSha1Digest("sha1");
+    source.setMd5Digest("md5");
+    source.setCipherDescription(text("A B Kx=C Au=D"));
+
+    SslCertificate assigned;
+    assigned = source;
+    QCOMPARE(assigned.sha1Digest(), QByteArray("sha1"));
+    QCOMPARE(assigned.md5Digest(), QByteArray("md5"));
+    QCOMPARE(assigned.issuerAttributes(), source.issuerAttributes());
+    QCOMPARE(assigned.subjectAttributes(), source.subjectAttributes());
+    QCOMPARE(assigned.cipher().authentication, text("D"));
+    QVERIFY(assigned == source);
+}
+
+void CertificateOwnershipTest::assignmentToItselfChangesNothing()
+{
+    {
+        SslCertificate certificate(watchedHandle(identityOf()), true);
+        const QByteArray sha1 = certificate.sha1Digest();
+        SslCertificate& same = certificate;
+        certificate = same;
+        QCOMPARE(freedHandles, 0);
+        QCOMPARE(certificate.sha1Digest(), sha1);
+        QCOMPARE(certificate.subjectCommonName(), text("localhost"));
+    }
+    QCOMPARE(freedHandles, 1);
+}
+
+void CertificateOwnershipTest::settingTheSameHandleChangesNothing()
+{
+    X509* x509 = watchedHandle(identityOf());
+    {
+        Certificate unowned(x509, false);
+        unowned.setSha1Digest("sha1");
+        unowned.setX509(x509, true);
+        QCOMPARE(unowned.sha1Digest(), QByteArray("sha1"));
+    }
+    QCOMPARE(freedHandles, 0);
+    {
+        Certificate owned(x509, true);
+        owned.setX509(x509, false);
+        QCOMPARE(freedHandles, 0);
+    }
+    QCOMPARE(freedHandles, 1);
+}
+
+void CertificateOwnershipTest::settingAnotherHandleReplacesEverything()
+{
+    test::CertificateSpec spec;
+    spec.commonName = text("other");
+    const test::Identity other = test::makeIdentity(spec);
+    Certificate certificate(watchedHandle(identityOf()), true);
+    const QByteArray sha1 = certificate.sha1Digest();
+    const QByteArray md5 = certificate.md5Digest();
+
+    certificate.setX509(other.x509(), false);
+    QCOMPARE(freedHandles, 1);
+    QCOMPARE(certificate.x509(), other.x509());
+    QVERIFY(certificate.sha1Digest() != sha1);
+    QVERIFY(certificate.md5Digest() != md5);
+    QCOMPARE(certificate.subjectAttributes().values(text("CN")), QStringList(text("other")));
+    QCOMPARE(certificate.issuerAttributes().values(text("CN")), QStringList(text("other")));
+}
+
+void CertificateOwnershipTest::settingNullEmptiesAllButTheCipher()
+{
+    Certificate certificate(watchedHandle(identityOf(test::KeyType::Rsa2048)), true);
+    certificate.setX509(nullptr, false);
+    QCOMPARE(freedHandles, 1);
+    QVERIFY(certificate.isEmpty());
+    QVERIFY(certificate.sha1Digest().isEmpty());
+    QVERIFY(certificate.md5Digest().isEmpty());
+    QVERIFY(certificate.issuerAttributes().isEmpty());
+    QVERIFY(certificate.subjectAttributes().isEmpty());
+    QCOMPARE(certificate.cipher().authentication, text("rsaEncryption"));
+    QCOMPARE(certificate.cipher().authenticationBits, 2048);
+}
+
+void CertificateOwnershipTest::keySizeStaysForOtherKeys()
+{
+    const test::Identity rsa = identityOf(test::KeyType::Rsa2048);
+    const test::Identity ec = identityOf(test::KeyType::EcP256);
+    Certificate certificate(ec.x509(), false);
+    QCOMPARE(certificate.cipher().authenticationBits, 0);
+    certificate.setX509(rsa.x509(), false);
+    QCOMPARE(certificate.cipher().authentication, text("rsaEncryption"));
+    QCOMPARE(certificate.cipher().authenticationBits, 2048);
+    certificate.setX509(ec.x509(), false);
+    QCOMPARE(certificate.cipher().authentication, text("id-ecPublicKey"));
+    QCOMPARE(certificate.cipher().authenticationBits, 2048);
+}
+
+void CertificateOwnershipTest::clearEmptiesAllButTheKeySize()
+{
+    SslCertificate certificate(watchedHandle(identityOf(test::KeyType::Rsa2048)), true);
+    certificate.setCipherDescription(text("A B Kx=C Au=D Enc=E Mac=F export"));
+    certificate.setCipher(text("A"), 128, text("B"));
+    certificate.clear();
+    QCOMPARE(freedHandles, 1);
+    QVERIFY(certificate.isEmpty());
+    QVERIFY(!certificate.x509());
+    QVERIFY(certificate.sha1Digest().isEmpty());
+    QVERIFY(certificate.md5Digest().isEmpty());
+    QVERIFY(certificate.issuerAttributes().isEmpty());
+    QVERIFY(certificate.subjectAttributes().isEmpty());
+    QVERIFY(certificate.cipherDescription(text(",")).isEmpty());
+    QVERIFY(certificate.cipher().protocol.isEmpty());
+    QVERIFY(certificate.cipher().name.isEmpty());
+    QVERIFY(!certificate.cipher().exportable);
+    QCOMPARE(certificate.cipher().bits, 0);
+    QCOMPARE(certificate.cipher().authenticationBits, 2048);
+    certificate.clear();
+    QCOMPARE(freedHandles, 1);
+}
+
+void CertificateOwnershipTest::clearedObjectCanBeUsedAgain()
+{
+    X509* x509 = watchedHandle(identityOf());
+    {
+        Certificate certificate(watchedHandle(identityOf()), true);
+        certificate.clear();
+        QCOMPARE(freedHandles, 1);
+        // The flag of the handle that is gone must not free the next one.
+        certificate.setX509(x509, false);
+        QCOMPARE(certificate.subjectCommonName(), text("localhost"));
+    }
+    QCOMPARE(freedHandles, 1);
+    X509_free(x509);
+}
+
+void CertificateOwnershipTest::clearOfAnUnownedHandleDoesNotFreeIt()
+{
+    X509* x509 = watchedHandle(identityOf());
+    SslCertificate certificate(x509, false);
+    certificate.clear();
+    QCOMPARE(freedHandles, 0);
+    QVERIFY(certificate.isEmpty());
+    X509_free(x509);
+}
+
+void CertificateOwnershipTest::sharedPointerFreesOnce()
+{
+    vela::SslCertificatePtr first(new SslCertificate(watchedHandle(identityOf()), true));
+    vela::SslCertificatePtr second = first;
+    first.reset();
+    QCOMPARE(freedHandles, 0);
+    second.reset();
+    QCOMPARE(freedHandles, 1);
+}
+
+void CertificateOwnershipTest::severalThreadsMayRead()
+{
+    const test::Identity identity = identityOf(test::KeyType::Rsa2048);
+    const SslCertificate certificate(identity.x509(), false);
+    const auto read = [&certificate] {
+        for (int i = 0; i < 100; ++i) {
+            const SslCertificate copy(certificate);
+            if (copy != certificate || copy.validFrom() != certificate.validFrom()
+                || copy.serialNumber() != certificate.serialNumber()
+                || copy.version() != certificate.version()
+                || copy.subjectString() != certificate.subjectString())
+                qFatal("two threads read different things");
+        }
+    };
+    std::vector<std::unique_ptr<QThread>> threads;
+    for (int i = 0; i < 4; ++i)
+        threads.emplace_back(QThread::create(read));
+    for (const auto& thread : threads)
+        thread->start();
+    for (const auto& thread : threads)
+        QVERIFY(thread->wait(60000));
+}
+
+QTEST_GUILESS_MAIN(CertificateOwnershipTest)
+#include "tst_certificateownership.moc"
