@@ -174,9 +174,13 @@ QString SslSocketPrivate::offerPooledSession()
         return SslSocket::tr("Error setting pooled SSL session");
     }
     // OpenSSL 1.0.2 confines the connection to the session's protocol version. Right for a client
-    // that resumes it; a server, or a session that cannot be resumed, has to go on negotiating.
-    if (mode == SslSocket::Server || !SSL_SESSION_is_resumable(session))
+    // that resumes it. A server has to go on negotiating, and so has a client with a session that
+    // cannot be resumed, such as that of a connection that failed; it must not keep the session
+    // either, or OpenSSL 1.0.2 refuses to negotiate.
+    if (mode == SslSocket::Server)
         SSL_set_ssl_method(ssl, negotiating);
+    else if (!SSL_SESSION_is_resumable(session))
+        SSL_set_session(ssl, nullptr);
     return QString();
 }
 
