@@ -78,8 +78,8 @@ void SslSocket::connectToHostImplementation(QString hostName, quint16 port, Open
     open(openMode);
     d->sessionKey = QString::fromLatin1("%1:%2").arg(hostName, QString::number(port));
     d->reset();
-    if (!d->socket)
-        d->attach(new QTcpSocket(this), true);
+    if (!d->socket || d->insideTransportSignal())
+        d->renewTransport();
 
     const SessionGuard guard(d);
     d->socket->connectToHost(hostName, port, openMode, AnyIPProtocol);
@@ -152,12 +152,14 @@ void SslSocket::moveToThread(QThread* thread)
 
 void SslSocket::handleSocketError(QAbstractSocket::SocketError error)
 {
+    const TransportSignal handling(d);
     setErrorString(d->socket->errorString());
     d->emitError(error);
 }
 
 void SslSocket::handleStateChanged(QAbstractSocket::SocketState state)
 {
+    const TransportSignal handling(d);
     switch (state) {
     case UnconnectedState:
     case HostLookupState:
@@ -182,6 +184,7 @@ void SslSocketPrivate::attach(QTcpSocket* transport, bool owned)
 {
     socket = transport;
     ownsSocket = owned;
+    transportSignals = std::make_shared<int>(0);
     QObject::disconnect(transport, nullptr, nullptr, nullptr);
     if (const char* source = errorSourceSignal(transport))
         vela::connect(transport, source, transport, "2error(QAbstractSocket::SocketError)");
@@ -189,7 +192,12 @@ void SslSocketPrivate::attach(QTcpSocket* transport, bool owned)
     vela::connect(transport, "2connected()", q, "1sslConnect()");
     vela::connect(transport, "2error(QAbstractSocket::SocketError)", q,
                   "1handleSocketError(QAbstractSocket::SocketError)");
+    // No slot of ours runs while disconnected() is relayed; so it is counted before and after.
+    QObject::connect(transport, &QTcpSocket::disconnected, q,
+                     [count = transportSignals] { ++*count; });
     vela::connect(transport, "2disconnected()", q, "2disconnected()");
+    QObject::connect(transport, &QTcpSocket::disconnected, q,
+                     [count = transportSignals] { --*count; });
     vela::connect(transport, "2readyRead()", q, "1readFromSocket()");
     vela::connect(transport, "2bytesWritten(qint64)", q, "1socketBytesWritten(qint64)");
     vela::connect(transport, "2stateChanged(QAbstractSocket::SocketState)", q,
@@ -206,21 +214,29 @@ void SslSocketPrivate::releaseTransport()
     socket.clear();
     if (!ownsSocket)
         return;
-    if (emitting)
+    if (emitting) {
+        transport->setParent(nullptr); // We may be deleted before the emission ends.
         transport->deleteLater();
-    else
+    } else {
         delete transport;
+    }
+}
+
+void SslSocketPrivate::renewTransport()
+{
+    auto* fresh = new QTcpSocket(q);
+    if (QTcpSocket* spent = socket) {
+        fresh->setProxy(spent->proxy());
+        releaseTransport();
+        if (!ownsSocket)
+            spent->deleteLater(); // As it would be with this object.
+    }
+    attach(fresh, true);
 }
 
 QAbstractSocket::SocketState SslSocketPrivate::transportState() const
 {
     return socket ? socket->state() : QAbstractSocket::UnconnectedState;
-}
-
-bool SslSocketPrivate::insideTransportSignal() const
-{
-    const QObject* sender = q->sender();
-    return sender && (sender == socket || sender == q);
 }
 
 void SslSocketPrivate::reset()

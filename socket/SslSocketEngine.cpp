@@ -17,6 +17,17 @@
 
 namespace vela {
 
+namespace {
+
+QString takeErrorUnless(bool succeeded)
+{
+    const QString error = succeeded ? QString() : takeOpenSslError();
+    clearOpenSslErrors();
+    return error;
+}
+
+} // namespace
+
 QString SslSocket::ciphers() const
 {
     return d->ciphers;
@@ -132,20 +143,19 @@ QString SslSocketPrivate::loadIdentity(SSL_CTX* context)
     const QByteArray certificate = QFile::encodeName(pathToCertificate);
     const QByteArray key = QFile::encodeName(pathToPrivateKey);
     SSL_CTX_set_default_verify_paths(context);
-    const bool certificateLoaded =
-        SSL_CTX_use_certificate_file(context, certificate.constData(), SSL_FILETYPE_PEM) == 1;
-    const bool keyLoaded =
-        SSL_CTX_use_PrivateKey_file(context, key.constData(), SSL_FILETYPE_PEM) == 1;
-    const bool keyMatches = SSL_CTX_check_private_key(context) == 1;
+    // Each error is taken at once: the calls that follow may empty OpenSSL's queue.
+    const QString certificateError = takeErrorUnless(
+        SSL_CTX_use_certificate_file(context, certificate.constData(), SSL_FILETYPE_PEM) == 1);
+    const QString keyError = takeErrorUnless(
+        SSL_CTX_use_PrivateKey_file(context, key.constData(), SSL_FILETYPE_PEM) == 1);
+    const QString matchError = takeErrorUnless(SSL_CTX_check_private_key(context) == 1);
 
-    if (!certificateLoaded)
-        return SslSocket::tr("Error loading certificate, %1").arg(takeOpenSslError());
-    if (!keyLoaded)
-        return SslSocket::tr("Error loading private key, %1").arg(takeOpenSslError());
-    if (!keyMatches) {
-        return SslSocket::tr("Private key does not certify public key, %1")
-            .arg(takeOpenSslError());
-    }
+    if (!certificateError.isNull())
+        return SslSocket::tr("Error loading certificate, %1").arg(certificateError);
+    if (!keyError.isNull())
+        return SslSocket::tr("Error loading private key, %1").arg(keyError);
+    if (!matchError.isNull())
+        return SslSocket::tr("Private key does not certify public key, %1").arg(matchError);
     return QString();
 }
 

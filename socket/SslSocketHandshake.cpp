@@ -13,6 +13,7 @@ namespace vela {
 
 bool SslSocket::sslConnect()
 {
+    const TransportSignal handling(d);
     return sslAcceptOrConnect(false);
 }
 

@@ -10,6 +10,8 @@
 
 #include <openssl/ssl.h>
 
+#include <memory>
+
 namespace vela {
 
 /*!
@@ -30,11 +32,14 @@ public:
     */
     void releaseTransport();
 
+    //! Puts a new socket of our own in the place of the inner socket, with the same proxy.
+    void renewTransport();
+
     //! Returns the inner socket's state; unconnected when a host has deleted it.
     QAbstractSocket::SocketState transportState() const;
 
     //! Returns true while a signal of the inner socket is being handled or relayed.
-    bool insideTransportSignal() const;
+    bool insideTransportSignal() const { return *transportSignals > 0; }
 
     //! Returns the connection to its state before the handshake; the session goes to the pool.
     void reset();
@@ -102,6 +107,30 @@ public:
     quint64 generation = 0;
     //! How many calls of readFromSocket() are active; slots may re-enter it.
     int activeReads = 0;
+    //! How many signals of the inner socket are being handled or relayed. Each inner socket has a
+    //! count of its own, which outlives the record: slots may delete that.
+    std::shared_ptr<int> transportSignals;
+};
+
+/*!
+    Held by whatever handles a signal of the inner socket. The code that emitted the signal goes on
+    with the inner socket afterwards, for instance ends the connection that has failed; so meanwhile
+    the inner socket must neither be deleted nor begin another connection.
+*/
+class TransportSignal
+{
+public:
+    explicit TransportSignal(const SslSocketPrivate* d)
+        : m_count(d->transportSignals)
+    {
+        ++*m_count;
+    }
+    ~TransportSignal() { --*m_count; }
+
+private:
+    Q_DISABLE_COPY(TransportSignal)
+
+    std::shared_ptr<int> m_count;
 };
 
 /*!
