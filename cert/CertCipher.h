@@ -12,7 +12,8 @@ namespace vela {
     A plain record: `SslCertificate::setCipher()`, `SslCertificate::setCipherDescription()` and the
     wrapping of a certificate fill it, `SslCertificate::cipher()` hands it out.
 */
-struct CertCipher {
+struct CertCipher
+{
     QString protocol;           //!< Protocol version, for example "TLSv1.2".
     QString name;               //!< Name of the suite, for example "AES256-SHA".
     QString encryption;         //!< Encryption algorithm, for example "AES(256)".

@@ -24,7 +24,11 @@ bool isDigit(char c)
 class TimeText
 {
 public:
-    TimeText(const char* data, int length) : m_data(data), m_length(length) {}
+    TimeText(const char* data, int length)
+        : m_data(data)
+        , m_length(length)
+    {
+    }
 
     //! Returns the character \a offset places further on, NUL where the text has ended.
     char at(int offset = 0) const

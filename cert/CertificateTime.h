@@ -16,7 +16,10 @@ namespace vela {
 */
 qint64 certificateTime(const ASN1_TIME* time);
 
-/*! Returns certificateTime() as a local `QDateTime`, dates before 1970 included. */
+/*!
+    Returns certificateTime() as a local `QDateTime`, dates before 1970 included. Those Qt shows in
+    today's standard time of the zone, so that their digits may be off where the zone has changed.
+*/
 QDateTime certificateDateTime(const ASN1_TIME* time);
 
 } // namespace vela

@@ -50,12 +50,12 @@ SslCertificate::SslCertificate(x509_st* x509, const QString& description, const 
 }
 
 SslCertificate::SslCertificate(const SslCertificate& other)
-    : QObject(),
-      m_sha1Digest(other.m_sha1Digest),
-      m_md5Digest(other.m_md5Digest),
-      m_issuerAttributes(other.m_issuerAttributes),
-      m_subjectAttributes(other.m_subjectAttributes),
-      m_cipher(other.m_cipher)
+    : QObject()
+    , m_sha1Digest(other.m_sha1Digest)
+    , m_md5Digest(other.m_md5Digest)
+    , m_issuerAttributes(other.m_issuerAttributes)
+    , m_subjectAttributes(other.m_subjectAttributes)
+    , m_cipher(other.m_cipher)
 {
     setX509(other.m_x509, false);
 }

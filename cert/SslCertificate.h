@@ -185,7 +185,8 @@ public:
     //! See \ref attributes.
     //! \{
 
-    //! Returns the value under the upper-cased \a key, the last one in the name, or an empty string.
+    //! Returns the value under the upper-cased \a key, the last one in the name, or an empty
+    //! string.
     QString issuerAttribute(QString key) const;
     QString subjectAttribute(QString key) const;
 

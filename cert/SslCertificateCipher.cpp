@@ -12,8 +12,8 @@ QString field(const QStringList& words, int position, const QString& label = QSt
         return QString();
     const QString& word = words.at(position);
     const int labelStart = label.isEmpty() ? -1 : word.indexOf(label);
-    const int equals = labelStart < 0 ? -1
-                                      : word.indexOf(QLatin1Char('='), labelStart + label.size());
+    const int equals =
+        labelStart < 0 ? -1 : word.indexOf(QLatin1Char('='), labelStart + label.size());
     return word.mid(equals + 1).trimmed();
 }
 

@@ -218,8 +218,7 @@ void CertificateAttributesTest::slashInAValueSplitsIt()
 {
     const test::Identity identity = identityOf({{"CN", "a"}, {"OU", "Research/Development"}});
     const SslCertificate certificate(identity.x509(), false);
-    QCOMPARE(entries(certificate.subjectAttributes()),
-             pairs("CN|a|Development||OU|Research"));
+    QCOMPARE(entries(certificate.subjectAttributes()), pairs("CN|a|Development||OU|Research"));
 }
 
 void CertificateAttributesTest::plusInAValueStaysAsItIs()
@@ -248,10 +247,18 @@ void CertificateAttributesTest::issuerAndSubjectAreKeptApart()
 
 void CertificateAttributesTest::namedGettersReadTheirKeys()
 {
-    const test::Identity authority = identityOf({{"C", "DE"}, {"ST", "Hesse"}, {"L", "Fulda"},
-                                                 {"O", "Acme"}, {"OU", "Trust"}, {"CN", "ca"}});
-    const test::Identity identity = identityOf({{"C", "FR"}, {"ST", "Alsace"}, {"L", "Colmar"},
-                                                {"O", "Bonne"}, {"OU", "Sud"}, {"CN", "hote"}},
+    const test::Identity authority = identityOf({{"C", "DE"},
+                                                 {"ST", "Hesse"},
+                                                 {"L", "Fulda"},
+                                                 {"O", "Acme"},
+                                                 {"OU", "Trust"},
+                                                 {"CN", "ca"}});
+    const test::Identity identity = identityOf({{"C", "FR"},
+                                                {"ST", "Alsace"},
+                                                {"L", "Colmar"},
+                                                {"O", "Bonne"},
+                                                {"OU", "Sud"},
+                                                {"CN", "hote"}},
                                                &authority);
     const SslCertificate certificate(identity.x509(), false);
     QCOMPARE(certificate.issuerCountry(), text("DE"));
@@ -283,9 +290,9 @@ void CertificateAttributesTest::missingAttributesAreEmpty()
          {certificate.subjectCountry(), certificate.subjectState(), certificate.subjectLocality(),
           certificate.subjectOrganisation(), certificate.subjectOrganisationUnit(),
           certificate.subjectCommonName(), certificate.subjectEMail(), certificate.issuerCountry(),
-          certificate.issuerState(), certificate.issuerLocality(),
-          certificate.issuerOrganisation(), certificate.issuerOrganisationUnit(),
-          certificate.issuerCommonName(), certificate.issuerEMail()})
+          certificate.issuerState(), certificate.issuerLocality(), certificate.issuerOrganisation(),
+          certificate.issuerOrganisationUnit(), certificate.issuerCommonName(),
+          certificate.issuerEMail()})
         QVERIFY(value.isEmpty());
 }
 

@@ -11,8 +11,7 @@ using vela::SslCertificate;
 
 namespace {
 
-const char* const FULL_DESCRIPTION =
-    "AES256-SHA SSLv3 Kx=RSA Au=RSA Enc=AES(256) Mac=SHA1 export";
+const char* const FULL_DESCRIPTION = "AES256-SHA SSLv3 Kx=RSA Au=RSA Enc=AES(256) Mac=SHA1 export";
 
 CertCipher parsed(const char* description)
 {
@@ -250,8 +249,8 @@ void CertificateCipherTest::textLeavesOutEmptyItems_data()
     QTest::newRow("bits alone") << QByteArray() << 1 << text("1 bit");
     QTest::newRow("gap") << QByteArray("A B Kx= Au=D Enc= Mac=F") << 0
                          << text("Authentication=D, MAC=F");
-    QTest::newRow("first item empty") << QByteArray("A B Kx=C") << 56
-                                      << text("56 bit, Key Exchange=C");
+    QTest::newRow("first item empty")
+        << QByteArray("A B Kx=C") << 56 << text("56 bit, Key Exchange=C");
 }
 
 void CertificateCipherTest::textLeavesOutEmptyItems()
@@ -268,8 +267,7 @@ void CertificateCipherTest::textLeavesOutEmptyItems()
 void CertificateCipherTest::textOfTheCommonExample()
 {
     SslCertificate certificate;
-    certificate.setCipherDescription(
-        text("AES256-SHA SSLv3 Kx=RSA Au=RSA Enc=AES(256) Mac=SHA1"));
+    certificate.setCipherDescription(text("AES256-SHA SSLv3 Kx=RSA Au=RSA Enc=AES(256) Mac=SHA1"));
     QCOMPARE(certificate.cipherDescription(text(", ")),
              text("Cipher=AES256-SHA, Protocol=SSLv3, Key Exchange=RSA, Authentication=RSA, "
                   "Encryption=AES(256), MAC=SHA1"));

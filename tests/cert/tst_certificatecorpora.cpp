@@ -51,8 +51,8 @@ QList<ManifestLine> readManifest()
     QList<ManifestLine> lines;
     while (!file.atEnd()) {
         const QList<QByteArray> fields = file.readLine().replace('\n', "").split('\t');
-        lines.append({fields.value(0), fields.value(1), fields.value(4) == "parse",
-                      fields.value(7), fields.value(8)});
+        lines.append({fields.value(0), fields.value(1), fields.value(4) == "parse", fields.value(7),
+                      fields.value(8)});
     }
     return lines;
 }
@@ -218,7 +218,8 @@ void CertificateCorporaTest::referenceEngineIsLenientOnlyWhereExpected_data()
     for (const ManifestLine& line : lines) {
         for (const Leniency& leniency : REFERENCE_ENGINE_LENIENCIES) {
             if (line.file == leniency.file)
-                QTest::newRow(leniency.file) << line.corpus << line.file << QByteArray(leniency.reason);
+                QTest::newRow(leniency.file)
+                    << line.corpus << line.file << QByteArray(leniency.reason);
         }
     }
 }

@@ -14,7 +14,8 @@ namespace {
 class ExactTime
 {
 public:
-    ExactTime(int type, const QByteArray& text) : m_memory(new unsigned char[text.size()])
+    ExactTime(int type, const QByteArray& text)
+        : m_memory(new unsigned char[text.size()])
     {
         std::copy(text.cbegin(), text.cend(), m_memory.get());
         m_time.type = type;
@@ -33,8 +34,7 @@ private:
 qint64 localSeconds(const QString& wallClock)
 {
     const QDateTime digits = QDateTime::fromString(wallClock, Qt::ISODate);
-    return QDateTime(digits.date(), digits.time(), QTimeZone::systemTimeZone())
-        .toSecsSinceEpoch();
+    return QDateTime(digits.date(), digits.time(), QTimeZone::systemTimeZone()).toSecsSinceEpoch();
 }
 
 void addTimeColumns()

@@ -76,8 +76,7 @@ void NameOnelineTest::oneAttribute_data()
     QTest::addColumn<QString>("expected");
     const auto row = [](const char* title, const char* field, int type, const QByteArray& value,
                         const char* expected) {
-        QTest::newRow(title) << QByteArray(field) << type << value
-                             << QString::fromLatin1(expected);
+        QTest::newRow(title) << QByteArray(field) << type << value << QString::fromLatin1(expected);
     };
     row("common name", "2.5.4.3", V_ASN1_UTF8STRING, "host", "/CN=host");
     row("e-mail", "1.2.840.113549.1.9.1", V_ASN1_IA5STRING, "a@b", "/emailAddress=a@b");
@@ -112,8 +111,8 @@ void NameOnelineTest::oneAttribute_data()
     row("general string of bytes", "2.5.4.3", V_ASN1_GENERALSTRING, "four", "/CN=four");
     row("general string of wide characters", "2.5.4.3", V_ASN1_GENERALSTRING,
         QByteArray("\0\0\x20\xAC", 4), "/CN=\\x00\\x00 \\xAC");
-    row("general string of odd length", "2.5.4.3", V_ASN1_GENERALSTRING,
-        QByteArray("\0\0\0h\0", 5), "/CN=\\x00\\x00\\x00h\\x00");
+    row("general string of odd length", "2.5.4.3", V_ASN1_GENERALSTRING, QByteArray("\0\0\0h\0", 5),
+        "/CN=\\x00\\x00\\x00h\\x00");
 }
 
 void NameOnelineTest::oneAttribute()
@@ -187,8 +186,7 @@ void NameOnelineTest::longObjectIdentifierIsCut()
         field += ".12345";
     const Name name(X509_NAME_new());
     append(name.get(), field.constData(), V_ASN1_UTF8STRING, "x");
-    QCOMPARE(nameOneline(name.get()),
-             QString::fromLatin1('/' + field.left(79) + "=x"));
+    QCOMPARE(nameOneline(name.get()), QString::fromLatin1('/' + field.left(79) + "=x"));
 }
 
 void NameOnelineTest::everyByteIsWrittenOrEscaped()
@@ -197,8 +195,8 @@ void NameOnelineTest::everyByteIsWrittenOrEscaped()
         const Name name(X509_NAME_new());
         append(name.get(), "CN", V_ASN1_T61STRING, QByteArray(1, char(byte)));
         const QByteArray hex = QByteArray(1, char(byte)).toHex().toUpper();
-        const QByteArray expected = byte >= 0x20 && byte < 0x7F ? QByteArray(1, char(byte))
-                                                                : "\\x" + hex;
+        const QByteArray expected =
+            byte >= 0x20 && byte < 0x7F ? QByteArray(1, char(byte)) : "\\x" + hex;
         QCOMPARE(nameOneline(name.get()), QString::fromLatin1("/CN=" + expected));
     }
 }

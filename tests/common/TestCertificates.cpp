@@ -70,12 +70,13 @@ EvpPkeyHandle makeEcKey()
     const KeyContext parameterContext(EVP_PKEY_CTX_new_id(EVP_PKEY_EC, nullptr));
     EVP_PKEY* parameters = nullptr;
     // OpenSSL 1.0.2 would write the whole curve instead of its name, which no peer accepts.
-    require(parameterContext && EVP_PKEY_paramgen_init(parameterContext.get()) > 0
-                && EVP_PKEY_CTX_set_ec_paramgen_curve_nid(parameterContext.get(),
-                                                          NID_X9_62_prime256v1) > 0
-                && EVP_PKEY_CTX_set_ec_param_enc(parameterContext.get(), OPENSSL_EC_NAMED_CURVE) > 0
-                && EVP_PKEY_paramgen(parameterContext.get(), &parameters) > 0,
-            "preparing an EC key");
+    require(
+        parameterContext && EVP_PKEY_paramgen_init(parameterContext.get()) > 0
+            && EVP_PKEY_CTX_set_ec_paramgen_curve_nid(parameterContext.get(), NID_X9_62_prime256v1)
+                   > 0
+            && EVP_PKEY_CTX_set_ec_param_enc(parameterContext.get(), OPENSSL_EC_NAMED_CURVE) > 0
+            && EVP_PKEY_paramgen(parameterContext.get(), &parameters) > 0,
+        "preparing an EC key");
     const EvpPkeyHandle parameterKey(parameters);
 
     const KeyContext context(EVP_PKEY_CTX_new(parameters, nullptr));
@@ -89,8 +90,8 @@ Asn1Time makeTime(qint64 offset, const QByteArray& text)
         return Asn1Time(ASN1_TIME_adj(nullptr, std::time(nullptr), int(offset / SECONDS_OF_DAY),
                                       long(offset % SECONDS_OF_DAY)));
     }
-    const int type = text.size() == GENERALIZED_TIME_LENGTH ? V_ASN1_GENERALIZEDTIME
-                                                            : V_ASN1_UTCTIME;
+    const int type =
+        text.size() == GENERALIZED_TIME_LENGTH ? V_ASN1_GENERALIZEDTIME : V_ASN1_UTCTIME;
     Asn1Time time(ASN1_STRING_type_new(type));
     require(time && ASN1_STRING_set(time.get(), text.constData(), text.size()), "making a time");
     return time;
@@ -133,8 +134,8 @@ void addAuthorityExtensions(X509* x509)
 {
     const BasicConstraints constraints(BASIC_CONSTRAINTS_new());
     constraints->ca = 0xFF;
-    require(X509_add1_ext_i2d(x509, NID_basic_constraints, constraints.get(), 1,
-                              X509V3_ADD_DEFAULT) > 0,
+    require(X509_add1_ext_i2d(x509, NID_basic_constraints, constraints.get(), 1, X509V3_ADD_DEFAULT)
+                > 0,
             "adding basic constraints");
     const Asn1BitString usage(ASN1_BIT_STRING_new());
     require(ASN1_BIT_STRING_set_bit(usage.get(), BIT_KEY_CERT_SIGN, 1)

@@ -15,7 +15,10 @@ typedef struct x509_st X509;
 
 namespace test {
 
-enum class KeyType { Rsa2048, EcP256 };
+enum class KeyType {
+    Rsa2048,
+    EcP256
+};
 
 /*! What a test wants of a certificate; the defaults make a valid end certificate. */
 struct CertificateSpec
@@ -23,13 +26,13 @@ struct CertificateSpec
     QString commonName = QStringLiteral("localhost");
     //! When not empty, the whole subject in order, as (short name, value); commonName is not used.
     QList<QPair<QByteArray, QByteArray>> subject;
-    qint64 notBeforeOffset = -24 * 3600;  //!< Seconds from now.
-    qint64 notAfterOffset = 365 * 86400;  //!< Seconds from now.
-    QByteArray notBeforeText;             //!< Overrides the offset: raw content, ended by "Z".
-    QByteArray notAfterText;              //!< 13 characters make a UTCTime, 15 a GeneralizedTime.
+    qint64 notBeforeOffset = -24 * 3600; //!< Seconds from now.
+    qint64 notAfterOffset = 365 * 86400; //!< Seconds from now.
+    QByteArray notBeforeText;            //!< Overrides the offset: raw content, ended by "Z".
+    QByteArray notAfterText;             //!< 13 characters make a UTCTime, 15 a GeneralizedTime.
     QByteArray serialHex = "01";
-    int version = 2;                      //!< As encoded: 2 is version 3, 0 is version 1.
-    bool isAuthority = false;             //!< Adds critical basic constraints CA:TRUE and keyCertSign.
+    int version = 2;          //!< As encoded: 2 is version 3, 0 is version 1.
+    bool isAuthority = false; //!< Adds critical basic constraints CA:TRUE and keyCertSign.
     KeyType keyType = KeyType::EcP256;
 };
 
