@@ -43,7 +43,7 @@ class SslSocketPrivate;
 
     \section verdict The verdict is the host's business
     A handshake never fails because of a bad certificate. A host that cares listens to
-    connectionVerificationDone() and calls abort() or disconnectFromHost() there.
+    connectionVerificationDone() and calls close() or disconnectFromHost() there.
 
     \section errors Errors
     A failure sets errorString(), then emits error() and errorOccurred() once each. Transport
@@ -69,6 +69,8 @@ class SslSocketPrivate;
       handed before disconnectFromHost() closes it.
     - abort() does nothing while a server's handshake runs, for the state is still
       UnconnectedState then: use close().
+    - abort() is Qt's own and does nothing in UnconnectedState, in which an adopted socket remains
+      until its handshake is complete: call close() to end a connection before that.
     - bytesWritten() counts bytes on the wire, bytesToWrite() plain bytes not yet encrypted.
     - Only the inner socket has a network connection: socketDescriptor(), socket options,
       setReadBufferSize(), flush(), waitForConnected() and waitForDisconnected() act on the outer
