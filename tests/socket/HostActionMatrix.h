@@ -1,0 +1,59 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#ifndef FERRULE_TESTS_HOSTACTIONMATRIX_H
+#define FERRULE_TESTS_HOSTACTIONMATRIX_H
+
+#include "HostConversation.h"
+
+namespace test {
+
+//! A signal of the socket and how its peer makes it come.
+struct HostSignal
+{
+    const char* name;
+    const char* signature; //!< As Qt's SIGNAL macro makes it.
+    int state;             //!< Which stateChanged(); -1 for the other signals.
+    PeerDeed deed;
+    bool clientsOnly;
+    bool endsConnection; //!< The connection is not to be expected to go on after it.
+};
+
+enum class HostAction {
+    Close,
+    Abort,
+    Disconnect,
+    Reconnect,
+    ConnectAgain,
+    Write,
+    DeleteLater,
+    Delete,
+    SetSocket,
+    WaitForReadyRead,
+    WaitForBytesWritten
+};
+
+//! How the host's code hangs on the signal.
+enum class HostConnection {
+    Functor,        //!< A functor in the context of another object.
+    OwnFunctor,     //!< A functor in the context of the socket itself.
+    SubclassSlot,   //!< A slot of a subclass of SslSocket.
+    Slot,           //!< A slot of another object, connected by name.
+    QueuedSlot,     //!< The same, queued.
+    RelayedFunctor, //!< A functor in the socket's context, on a signal that a slot emits.
+    NestedLoop      //!< A functor in the socket's context, run by an event loop within a slot.
+};
+
+const std::vector<HostSignal>& hostSignals();
+
+//! Adds the columns and rows of a test function for \a connections.
+void addHostActionRows(const std::vector<HostConnection>& connections);
+
+//! Carries out the row that the test function was called with.
+void runHostActionRow();
+
+} // namespace test
+
+Q_DECLARE_METATYPE(const test::HostSignal*)
+Q_DECLARE_METATYPE(test::HostAction)
+Q_DECLARE_METATYPE(test::HostConnection)
+
+#endif

@@ -1,0 +1,91 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#ifndef FERRULE_TESTS_HOSTCONVERSATION_H
+#define FERRULE_TESTS_HOSTCONVERSATION_H
+
+#include "EmissionLog.h"
+#include "RawTlsPeer.h"
+#include "TcpPair.h"
+
+#include <Ferrule/SslSocket.h>
+
+#include <functional>
+#include <memory>
+#include <vector>
+
+namespace test {
+
+//! What a peer does once the connection is secured, so that the host's socket emits something.
+enum class PeerDeed { Nothing, Write, ReadMuch, HangUp, CloseNotify, Garbage };
+
+//! A host's subclass with a slot of its own.
+class HostSocket : public vela::SslSocket
+{
+    Q_OBJECT
+
+public:
+    using SslSocket::SslSocket;
+    std::function<void()> onAct;
+    std::function<void(QAbstractSocket::SocketState)> onState;
+
+    Q_SLOT void act() { onAct(); }
+    Q_SLOT void actOnState(QAbstractSocket::SocketState state) { onState(state); }
+};
+
+/*!
+    A host's socket in either role, and the peers that it talks to one after the other. The peers
+    do not use the library.
+*/
+class HostConversation : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit HostConversation(vela::SslSocket::Mode role);
+    ~HostConversation() override;
+
+    HostSocket* socket() const { return m_socket; }
+    RawTlsPeer* peer() const { return m_peer; }
+    vela::SslSocket::Mode role() const { return m_role; }
+
+    //! What the next peer will do once the connection is secured.
+    void setDeed(PeerDeed deed) { m_deed = deed; }
+
+    /*!
+        Gives the socket a connection to a new peer: a client connects out, a server adopts a
+        connection that its host has accepted.
+    */
+    void connectAnew();
+
+    //! Calls connectToHost(); of no use to a server, which finds nobody to talk TLS with.
+    void connectOut();
+
+    //! Prepares a connection that adoptPrepared() hands to setSocket() and starts TLS on.
+    void prepareConnection();
+    void adoptPrepared();
+
+    //! Sends \a text and waits for it to come back.
+    bool exchanges(const QByteArray& text);
+
+    //! Waits for connected(); \a log watches the socket.
+    bool becomesConnected(const EmissionLog& log) const;
+    bool becomesUnconnected() const;
+
+private:
+    void adopt(const TcpPair& pair);
+    void takePeer(QTcpSocket* connection);
+    void doDeed();
+
+    vela::SslSocket::Mode m_role;
+    QTcpServer m_listener;
+    QTcpServer m_deafListener; // Accepts connections and says nothing.
+    QPointer<HostSocket> m_socket;
+    QPointer<RawTlsPeer> m_peer;
+    std::unique_ptr<TcpPair> m_prepared;
+    std::vector<std::unique_ptr<RawTlsPeer>> m_peers;
+    std::vector<QPointer<QTcpSocket>> m_adopted;
+    PeerDeed m_deed = PeerDeed::Nothing;
+};
+
+} // namespace test
+
+#endif
