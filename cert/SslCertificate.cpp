@@ -50,7 +50,7 @@ SslCertificate::SslCertificate(x509_st* x509, const QString& description, const 
 }
 
 SslCertificate::SslCertificate(const SslCertificate& other)
-    : QObject()
+    : QObject() // NOLINT(readability-redundant-member-init): GCC warns without it.
     , m_sha1Digest(other.m_sha1Digest)
     , m_md5Digest(other.m_md5Digest)
     , m_issuerAttributes(other.m_issuerAttributes)
@@ -62,6 +62,8 @@ SslCertificate::SslCertificate(const SslCertificate& other)
 
 SslCertificate& SslCertificate::operator=(const SslCertificate& other)
 {
+    if (this == &other)
+        return *this;
     setX509(other.m_x509, false);
     m_sha1Digest = other.m_sha1Digest;
     m_md5Digest = other.m_md5Digest;
