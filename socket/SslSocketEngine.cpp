@@ -178,18 +178,14 @@ QString SslSocketPrivate::offerPooledSession()
     SSL_SESSION* session = gSessionPool.take(sessionKey);
     if (!session)
         return QString();
-    const SSL_METHOD* negotiating = SSL_get_ssl_method(ssl);
     if (SSL_set_session(ssl, session) == 0) {
         gSessionPool.remove(sessionKey, session);
         return SslSocket::tr("Error setting pooled SSL session");
     }
-    // OpenSSL 1.0.2 confines the connection to the session's protocol version. Right for a client
-    // that resumes it. A server has to go on negotiating, and so has a client with a session that
-    // cannot be resumed, such as that of a connection that failed; it must not keep the session
-    // either, or OpenSSL 1.0.2 refuses to negotiate.
-    if (mode == SslSocket::Server)
-        SSL_set_ssl_method(ssl, negotiating);
-    else if (!SSL_SESSION_is_resumable(session))
+    // OpenSSL 1.0.2 confines the connection to the session's protocol version. That is right for a
+    // client that resumes it. A server has no use for it and must go on negotiating, and so must a
+    // client whose session cannot be resumed, such as that of a connection that failed.
+    if (mode == SslSocket::Server || !SSL_SESSION_is_resumable(session))
         SSL_set_session(ssl, nullptr);
     return QString();
 }

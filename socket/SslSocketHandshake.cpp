@@ -3,6 +3,7 @@
 
 #include "socket/PeerVerdict.h"
 #include "socket/SslSocketPrivate.h"
+#include "support/OpenSslCompat.h"
 #include "support/OpenSslErrors.h"
 
 #include <Ferrule/SslSocket.h>
@@ -78,7 +79,7 @@ void SslSocketPrivate::judgePeer()
 
 QString SslSocket::verifyErrorString(int code) const
 {
-    switch (code) {
+    switch (code == X509_V_ERR_INVALID_CA ? REFERENCE_ENGINE_INVALID_CA : code) {
     case X509_V_OK:
         return tr("An unknown error occurred");
     case X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT:
@@ -107,7 +108,7 @@ QString SslSocket::verifyErrorString(int code) const
         return tr("Unable to get local issuer certificate");
     case X509_V_ERR_UNABLE_TO_VERIFY_LEAF_SIGNATURE:
         return tr("Unable to verify the first certificate");
-    case X509_V_ERR_INVALID_CA:
+    case REFERENCE_ENGINE_INVALID_CA:
         return tr("Invalid CA certificate");
     case X509_V_ERR_PATH_LENGTH_EXCEEDED:
         return tr("Path length constraint exceeded");

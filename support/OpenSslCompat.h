@@ -51,6 +51,12 @@ namespace vela {
 */
 constexpr int REFERENCE_ENGINE_NID_COUNT = 958;
 
+/*!
+    The reference engine's number for `X509_V_ERR_INVALID_CA`, the one verification code that newer
+    engines have moved.
+*/
+constexpr int REFERENCE_ENGINE_INVALID_CA = 24;
+
 using OpenSslLockingCallback = void (*)(int mode, int number, const char* file, int line);
 using OpenSslThreadIdCallback = unsigned long (*)();
 

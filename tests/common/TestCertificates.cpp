@@ -130,13 +130,18 @@ void setSubject(X509* x509, const CertificateSpec& spec)
     require(X509_set_subject_name(x509, name.get()), "X509_set_subject_name");
 }
 
-void addAuthorityExtensions(X509* x509)
+void addBasicConstraints(X509* x509, bool isAuthority)
 {
     const BasicConstraints constraints(BASIC_CONSTRAINTS_new());
-    constraints->ca = 0xFF;
+    constraints->ca = isAuthority ? 0xFF : 0;
     require(X509_add1_ext_i2d(x509, NID_basic_constraints, constraints.get(), 1, X509V3_ADD_DEFAULT)
                 > 0,
             "adding basic constraints");
+}
+
+void addAuthorityExtensions(X509* x509)
+{
+    addBasicConstraints(x509, true);
     const Asn1BitString usage(ASN1_BIT_STRING_new());
     require(ASN1_BIT_STRING_set_bit(usage.get(), BIT_KEY_CERT_SIGN, 1)
                 && X509_add1_ext_i2d(x509, NID_key_usage, usage.get(), 1, X509V3_ADD_DEFAULT) > 0,
@@ -202,6 +207,8 @@ Identity makeIdentity(const CertificateSpec& spec, const Identity* issuer)
             "setting the issuer and the key");
     if (spec.isAuthority)
         addAuthorityExtensions(x509);
+    else if (spec.deniesAuthority)
+        addBasicConstraints(x509, false);
     require(X509_sign(x509, signer.key(), EVP_sha256()) > 0, "X509_sign");
     return identity;
 }

@@ -33,6 +33,7 @@ struct CertificateSpec
     QByteArray serialHex = "01";
     int version = 2;          //!< As encoded: 2 is version 3, 0 is version 1.
     bool isAuthority = false; //!< Adds critical basic constraints CA:TRUE and keyCertSign.
+    bool deniesAuthority = false;         //!< Adds critical basic constraints CA:FALSE.
     KeyType keyType = KeyType::EcP256;
 };
 
