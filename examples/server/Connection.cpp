@@ -126,11 +126,17 @@ void Connection::limitClosing(QAbstractSocket::SocketState state)
 
 void Connection::handleError(QAbstractSocket::SocketError error)
 {
-    if (error != QAbstractSocket::RemoteHostClosedError)
+    // waitForBytesWritten() says so when the client takes nothing for the moment.
+    if (error == QAbstractSocket::SocketTimeoutError)
+        return;
+    // How a client takes its leave of a file that it has is its own business.
+    if (m_fileSent)
+        end(QStringLiteral("closed by the client"));
+    else if (error != QAbstractSocket::RemoteHostClosedError)
         end(m_socket.errorString());
     else if (!m_established)
         end(QStringLiteral("closed by the client in the handshake"));
-    else if (!m_fileSent && !m_options.file.isEmpty())
+    else if (!m_options.file.isEmpty())
         end(QStringLiteral("closed by the client before it had the whole file"));
 }
 

@@ -52,5 +52,6 @@ void Server::forget(Connection* connection)
     m_connections.removeOne(connection);
     connection->deleteLater();
     // Without descriptors left, the listener pauses; there is one again now.
-    m_listener.resumeAccepting();
+    if (m_listener.isListening())
+        m_listener.resumeAccepting();
 }
