@@ -2,7 +2,9 @@
 #include "tests/common/PeerProcess.h"
 
 #include <QtCore/QDeadlineTimer>
+#include <QtCore/QEventLoop>
 #include <QtCore/QStandardPaths>
+#include <QtCore/QTimer>
 #include <QtNetwork/QTcpServer>
 #include <QtNetwork/QTcpSocket>
 
@@ -93,7 +95,15 @@ bool PeerProcess::awaitListening()
 
 bool PeerProcess::waitForSuccess()
 {
-    if (state() != NotRunning && !waitForFinished(END_DEADLINE_MS))
+    if (state() != NotRunning) {
+        // Not waitForFinished(): what the program waits for may still have to be sent.
+        QEventLoop loop;
+        connect(this, QOverload<int, ExitStatus>::of(&QProcess::finished), &loop,
+                &QEventLoop::quit);
+        QTimer::singleShot(END_DEADLINE_MS, &loop, &QEventLoop::quit);
+        loop.exec();
+    }
+    if (state() != NotRunning)
         return false;
     return exitStatus() == NormalExit && exitCode() == 0;
 }
