@@ -142,6 +142,9 @@ void tst_GnuTls::serverExchangesDataWithClientProgram()
     QFETCH(TlsVersion, version);
     TestServer server(m_files, version);
     PeerProcess client(QStringLiteral("gnutls-cli"));
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("LD_PRELOAD"), QStringLiteral(BUFFERED_OUTPUT));
+    client.setProcessEnvironment(environment);
     QVERIFY(client.run(clientArguments(version, server.serverPort())));
     vela::SslSocket* peer = server.awaitPeer();
     QVERIFY2(peer, contentOf(m_log).constData());
