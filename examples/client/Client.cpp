@@ -69,8 +69,8 @@ void Client::connectToPeer()
 void Client::judge(vela::CertVerify verdict, bool hostNameMatched, const QString& description)
 {
     if (!m_options.quiet) {
-        console::note(QStringLiteral("connection   %1 of %2").arg(m_connection).arg(
-            m_options.connections));
+        console::note(
+            QStringLiteral("connection   %1 of %2").arg(m_connection).arg(m_options.connections));
         console::note(peerReport(*m_socket, verdict, hostNameMatched, description));
     }
     if (m_options.requireOk && verdict != vela::VerifyOk) {
@@ -162,7 +162,8 @@ void Client::handleError(QAbstractSocket::SocketError error)
     if (m_established)
         failAtPeer(ExitBroken, text);
     else if (closed)
-        failAtPeer(ExitNoHandshake, QStringLiteral("the peer closed the connection in the handshake"));
+        failAtPeer(ExitNoHandshake,
+                   QStringLiteral("the peer closed the connection in the handshake"));
     else if (error == QAbstractSocket::UnknownSocketError)
         failAtPeer(ExitNoHandshake, text);
     else if (error == QAbstractSocket::SocketTimeoutError)
@@ -176,13 +177,15 @@ void Client::handleDisconnection()
     if (m_finished)
         return;
     if (!m_established) {
-        failAtPeer(ExitNoHandshake, QStringLiteral("the peer closed the connection in the handshake"));
+        failAtPeer(ExitNoHandshake,
+                   QStringLiteral("the peer closed the connection in the handshake"));
     } else if (!isLast()) {
         m_limit.stop();
         // Queued: the socket that is replaced is the one that emits this.
         QMetaObject::invokeMethod(this, &Client::connectToPeer, Qt::QueuedConnection);
     } else if (m_unsent > 0) {
-        failAtPeer(ExitBroken, QStringLiteral("the peer closed the connection before all input was sent"));
+        failAtPeer(ExitBroken,
+                   QStringLiteral("the peer closed the connection before all input was sent"));
     } else {
         finish(ExitOk);
     }
@@ -198,8 +201,9 @@ void Client::limitClosing(QAbstractSocket::SocketState state)
 void Client::handleTimeout()
 {
     if (!m_established) {
-        failAtPeer(ExitTimeout, QStringLiteral("no connection within %1 seconds")
-                                    .arg(m_options.timeoutMsecs / 1000.0));
+        failAtPeer(
+            ExitTimeout,
+            QStringLiteral("no connection within %1 seconds").arg(m_options.timeoutMsecs / 1000.0));
     } else if (isLast()) {
         failAtPeer(ExitBroken, QStringLiteral("the peer does not take the rest of the input"));
     } else {
@@ -229,7 +233,7 @@ void Client::finish(ExitStatus status)
     m_limit.stop();
     m_idle.stop();
     if (m_socket)
-        m_socket->abort();
+        m_socket->close();
     QCoreApplication::exit(status);
 }
 

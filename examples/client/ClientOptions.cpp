@@ -35,7 +35,7 @@ const char DESCRIPTION[] =
     "  7  --require-host-name: the certificate is for another host\n"
     "  8  the connection broke, or the peer closed it before all input was sent; with TLS 1.3\n"
     "     also when the server turns down the client's certificate\n"
-    "  9  standard input or standard output failed\n";
+    "  9  standard input or standard output failed";
 
 bool parseTarget(const QString& target, ClientOptions& options)
 {
@@ -45,7 +45,8 @@ bool parseTarget(const QString& target, ClientOptions& options)
     options.hostName = target.left(colon);
     if (colon < 1 || !isNumber || options.port == 0)
         return false;
-    if (options.hostName.startsWith(QLatin1Char('[')) && options.hostName.endsWith(QLatin1Char(']')))
+    if (options.hostName.startsWith(QLatin1Char('['))
+        && options.hostName.endsWith(QLatin1Char(']')))
         options.hostName = options.hostName.mid(1, options.hostName.size() - 2);
     else if (options.hostName.contains(QLatin1Char(':')))
         return false;
@@ -115,7 +116,8 @@ struct CommandLine
                              QStringLiteral("Do not report on the peer; errors are still told.")};
     QCommandLineOption verbose{QStringLiteral("verbose"),
                                QStringLiteral("Also show the library's notes on its sessions.")};
-    QCommandLineOption help = parser.addHelpOption();
+    QCommandLineOption help{{QStringLiteral("h"), QStringLiteral("help")},
+                            QStringLiteral("Print this text and end.")};
     QCommandLineOption version = parser.addVersionOption();
 
     CommandLine()
@@ -124,7 +126,7 @@ struct CommandLine
         parser.addPositionalArgument(QStringLiteral("HOST:PORT"), QStringLiteral("The peer."),
                                      QStringLiteral("HOST:PORT"));
         parser.addOptions({caFile, caDirectory, certificate, key, ciphers, repeat, timeout,
-                           closeAfterInput, requireOk, requireHostName, quiet, verbose});
+                           closeAfterInput, requireOk, requireHostName, quiet, verbose, help});
     }
 
     QString read(ClientOptions& options);

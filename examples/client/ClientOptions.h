@@ -27,8 +27,8 @@ struct ClientOptions
     quint16 port = 0;
     TlsSettings tls;
     int connections = 1;
-    int timeoutMsecs = 0;           //!< 0 for no limit.
-    int closeAfterInputMsecs = -1;  //!< -1 to wait for the peer's close.
+    int timeoutMsecs = 0;          //!< 0 for no limit.
+    int closeAfterInputMsecs = -1; //!< -1 to wait for the peer's close.
     bool quiet = false;
     bool requireOk = false;
     bool requireHostName = false;

@@ -49,7 +49,8 @@ QString printable(const QString& text)
         if (character.isPrint() || character.isSurrogate())
             result += character;
         else
-            result += QStringLiteral("\\x%1").arg(uint(character.unicode()), 2, 16, QLatin1Char('0'));
+            result +=
+                QStringLiteral("\\x%1").arg(uint(character.unicode()), 2, 16, QLatin1Char('0'));
     }
     return result;
 }

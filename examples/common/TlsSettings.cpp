@@ -48,6 +48,5 @@ QString TlsSettings::loadForServers() const
     socket.setPathToPrivateKey(key);
     socket.setCiphers(ciphers);
     const QString failure = firstStep(socket, &SslSocket::sslAccept);
-    return failure.isNull() ? failure
-                            : QStringLiteral("%1, %2: %3").arg(certificate, key, failure);
+    return failure.isNull() ? failure : QStringLiteral("%1, %2: %3").arg(certificate, key, failure);
 }

@@ -154,7 +154,7 @@ void Connection::end(const QString& reason)
                                           : QStringLiteral("-"),
                             QString::number(m_in), QString::number(m_out),
                             console::printable(reason.trimmed())));
-    m_socket.abort();
+    m_socket.close(); // Unlike abort(), this also ends a handshake.
     Q_EMIT ended();
 }
 

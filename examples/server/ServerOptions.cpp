@@ -21,7 +21,7 @@ const char DESCRIPTION[] =
     "  0  ended by a signal (or --help, --version)\n"
     "  1  the command line is wrong\n"
     "  2  the certificate, key, cipher list or file cannot be used\n"
-    "  3  cannot listen on the address and port\n";
+    "  3  cannot listen on the address and port";
 
 /*! The parser and the options, in the order in which --help shows them. */
 struct CommandLine
@@ -58,20 +58,22 @@ struct CommandLine
         QStringLiteral("seconds"), QStringLiteral("30")};
     QCommandLineOption backlog{
         QStringLiteral("max-backlog"),
-        QStringLiteral("Drop clients that let more than <MiB> wait: an echo is kept in memory until "
-                       "the client takes it, and nothing stops a client from sending. (Default: "
-                       "128)"),
+        QStringLiteral(
+            "Drop clients that let more than <MiB> wait: an echo is kept in memory until "
+            "the client takes it, and nothing stops a client from sending. (Default: "
+            "128)"),
         QStringLiteral("MiB"), QStringLiteral("128")};
     QCommandLineOption verbose{QStringLiteral("verbose"),
                                QStringLiteral("Also show the library's notes on its sessions.")};
-    QCommandLineOption help = parser.addHelpOption();
+    QCommandLineOption help{{QStringLiteral("h"), QStringLiteral("help")},
+                            QStringLiteral("Print this text and end.")};
     QCommandLineOption version = parser.addVersionOption();
 
     CommandLine()
     {
         parser.setApplicationDescription(QString::fromLatin1(DESCRIPTION));
         parser.addOptions(
-            {certificate, key, host, port, ciphers, file, timeout, backlog, verbose});
+            {certificate, key, host, port, ciphers, file, timeout, backlog, verbose, help});
     }
 
     QString read(ServerOptions& options);

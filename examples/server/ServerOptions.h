@@ -21,9 +21,9 @@ struct ServerOptions
     QHostAddress address;
     quint16 port = 0;
     TlsSettings tls;
-    QString file;               //!< What to send to each client; empty to echo.
-    int timeoutMsecs = 0;       //!< For the handshake; 0 for no limit.
-    qint64 backlogLimit = 0;    //!< In bytes.
+    QString file;            //!< What to send to each client; empty to echo.
+    int timeoutMsecs = 0;    //!< For the handshake; 0 for no limit.
+    qint64 backlogLimit = 0; //!< In bytes.
     bool verbose = false;
 
     /*!

@@ -84,8 +84,8 @@ qint64 Program::peakMemory() const
 }
 
 ClientProgram::ClientProgram(quint16 port, const QStringList& options, const QString& host)
-    : Program(QStringLiteral(CLIENT_PROGRAM),
-              QStringList(options) << QStringLiteral("%1:%2").arg(host).arg(port))
+    : Program(QStringLiteral(CLIENT_PROGRAM), QStringList(options)
+                                                  << QStringLiteral("%1:%2").arg(host).arg(port))
 {
 }
 
@@ -127,8 +127,10 @@ OpenSslServer::OpenSslServer(const Authority& authority, const QStringList& opti
     : Program(openSslCommand())
 {
     const Identity identity = authority.issue(QStringLiteral("127.0.0.1"));
-    QStringList all = {QStringLiteral("s_server"), QStringLiteral("-accept"),
-                       QStringLiteral("127.0.0.1:0"), QStringLiteral("-cert"),
+    QStringList all = {QStringLiteral("s_server"),
+                       QStringLiteral("-accept"),
+                       QStringLiteral("127.0.0.1:0"),
+                       QStringLiteral("-cert"),
                        m_directory.writeCertificate(QStringLiteral("server.pem"), identity),
                        QStringLiteral("-key"),
                        m_directory.writeKey(QStringLiteral("server.key"), identity)};

@@ -44,7 +44,8 @@ public:
         : m_path(m_directory.path() + QStringLiteral("/fifo"))
     {
         if (mkfifo(QFile::encodeName(m_path).constData(), 0600) == 0)
-            m_descriptor = open(QFile::encodeName(m_path).constData(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+            m_descriptor =
+                open(QFile::encodeName(m_path).constData(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
     }
     ~Fifo() { closeReader(); }
 
@@ -152,11 +153,11 @@ void tst_FerruleClientPipe::inputOfAnyKindEnds()
     const QByteArray data = randomBytes(3 * MEBIBYTE, 4);
     const QString input = m_directory.write(QStringLiteral("small"), "a request\n");
     ServerProgram server(m_authority, {QStringLiteral("--file"), largeFile(data)});
-    Program shell(QStringLiteral("/bin/sh"),
-                  {QStringLiteral("-c"),
-                   QStringLiteral("exec " CLIENT_PROGRAM " --quiet 127.0.0.1:%1 %2")
-                       .arg(server.port())
-                       .arg(redirection.replace(QStringLiteral("%1"), input))});
+    Program shell(
+        QStringLiteral("/bin/sh"),
+        {QStringLiteral("-c"), QStringLiteral("exec " CLIENT_PROGRAM " --quiet 127.0.0.1:%1 %2")
+                                   .arg(server.port())
+                                   .arg(redirection.replace(QStringLiteral("%1"), input))});
     shell.start();
     QCOMPARE(shell.finishInput(), 0);
     QCOMPARE(shell.errors(), QByteArray());
@@ -218,10 +219,10 @@ void tst_FerruleClientPipe::closedOutput()
 {
     const QString file = largeFile("content\n");
     ServerProgram server(m_authority, {QStringLiteral("--file"), file});
-    Program shell(QStringLiteral("/bin/sh"),
-                  {QStringLiteral("-c"),
-                   QStringLiteral("exec " CLIENT_PROGRAM " --quiet 127.0.0.1:%1 >&-")
-                       .arg(server.port())});
+    Program shell(
+        QStringLiteral("/bin/sh"),
+        {QStringLiteral("-c"),
+         QStringLiteral("exec " CLIENT_PROGRAM " --quiet 127.0.0.1:%1 >&-").arg(server.port())});
     shell.start();
     QCOMPARE(shell.finishInput(), 9);
     QVERIFY(shell.errors().startsWith("ferrule-client: standard output: "));
@@ -260,7 +261,8 @@ void tst_FerruleClientPipe::slowReaderHoldsBackThePeer()
         QCoreApplication::processEvents();
         received += fifo.read();
     }
-    QVERIFY2(client.peakMemory() < MEMORY_LIMIT, QByteArray::number(client.peakMemory()).constData());
+    QVERIFY2(client.peakMemory() < MEMORY_LIMIT,
+             QByteArray::number(client.peakMemory()).constData());
     while (client.state() != QProcess::NotRunning && !clock.hasExpired(60000)) {
         QTest::qWait(1);
         received += fifo.read();
@@ -283,10 +285,9 @@ void tst_FerruleClientPipe::slowPeerHoldsBackTheInput()
     // The input has no end: without a limit the memory would grow until it is used up.
     qint64 peak = 0;
     int unchanged = 0;
-    QTRY_VERIFY_WITH_TIMEOUT(
-        (unchanged = client.peakMemory() == peak ? unchanged + 1 : 0,
-         peak = client.peakMemory(), unchanged >= 10 || peak > MEMORY_LIMIT),
-        20000);
+    QTRY_VERIFY_WITH_TIMEOUT((unchanged = client.peakMemory() == peak ? unchanged + 1 : 0,
+                              peak = client.peakMemory(), unchanged >= 10 || peak > MEMORY_LIMIT),
+                             20000);
     QVERIFY(peak > 0);
     QVERIFY2(peak < MEMORY_LIMIT, QByteArray::number(peak).constData());
 
