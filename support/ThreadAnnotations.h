@@ -7,12 +7,13 @@
     both functions are empty.
 */
 
-#if defined(__has_feature)
+// GCC's macro first: for GCC, Qt's headers define __has_feature as always 0.
+#if defined(__SANITIZE_THREAD__)
+#    define FERRULE_THREAD_SANITIZER
+#elif defined(__has_feature)
 #    if __has_feature(thread_sanitizer)
 #        define FERRULE_THREAD_SANITIZER
 #    endif
-#elif defined(__SANITIZE_THREAD__)
-#    define FERRULE_THREAD_SANITIZER
 #endif
 
 #ifdef FERRULE_THREAD_SANITIZER
