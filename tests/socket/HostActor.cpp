@@ -12,6 +12,8 @@ HostActor::HostActor(HostSocket* socket, const HostSignal& signal, HostConnectio
     , m_connection(connection)
     , m_action(std::move(action))
 {
+    qRegisterMetaType<QAbstractSocket::SocketError>();
+    qRegisterMetaType<QAbstractSocket::SocketState>();
     socket->onAct = [this] { trigger(); };
     socket->onState = [this](QAbstractSocket::SocketState state) { onState(state); };
     connect(this, &HostActor::relayed, socket, [this] { act(); });
