@@ -12,7 +12,10 @@
 */
 namespace test {
 
-enum class Role { Client, Server };
+enum class Role {
+    Client,
+    Server
+};
 
 /*!
     Returns the text of the handshake step that fails when given \a input, and that of the failure

@@ -112,8 +112,8 @@ void Exchange::send(const QString& name, QIODevice* to, const Payload& payload)
 
 void Exchange::receive(const QString& name, QIODevice* from, const Payload& expected)
 {
-    m_incoming.emplace_back(new Incoming{
-        name, from, expected.digest(), QCryptographicHash(QCryptographicHash::Sha256), 0});
+    m_incoming.emplace_back(new Incoming{name, from, expected.digest(),
+                                         QCryptographicHash(QCryptographicHash::Sha256), 0});
     Incoming* stream = m_incoming.back().get();
     connect(from, &QIODevice::readyRead, this, [this, stream] { drain(*stream); });
     watch(name, from);

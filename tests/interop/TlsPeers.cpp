@@ -26,8 +26,8 @@ std::vector<TlsVersion> makeVersions()
 {
     std::vector<TlsVersion> versions;
     if (ENGINE_SPEAKS_TLS13) {
-        versions.push_back({QStringLiteral("1.3"), QStringLiteral("-tls1_3"),
-                            QStringLiteral("TLSv1.3"), false});
+        versions.push_back(
+            {QStringLiteral("1.3"), QStringLiteral("-tls1_3"), QStringLiteral("TLSv1.3"), false});
     }
     versions.push_back(
         {QStringLiteral("1.2"), QStringLiteral("-tls1_2"), QStringLiteral("TLSv1.2"), false});

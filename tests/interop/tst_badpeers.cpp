@@ -142,9 +142,9 @@ void tst_BadPeers::closedPortIsRefused()
     QVERIFY(log.waitForErrors(1));
     QCOMPARE(log.signalled,
              CONNECTING
-                 + QStringList({QStringLiteral("state Unconnected"),
-                                QStringLiteral("error %1").arg(
-                                    QAbstractSocket::ConnectionRefusedError)}));
+                 + QStringList(
+                     {QStringLiteral("state Unconnected"),
+                      QStringLiteral("error %1").arg(QAbstractSocket::ConnectionRefusedError)}));
     QCOMPARE(log.texts, QStringList{QStringLiteral("Connection refused")});
     reachGoodServer(&client);
 }

@@ -39,15 +39,23 @@ void tst_Curl::initTestCase()
 
 QStringList tst_Curl::arguments(const TlsVersion& version) const
 {
-    return {QStringLiteral("--disable"),   QStringLiteral("--silent"),
-            QStringLiteral("--show-error"), QStringLiteral("--verbose"),
-            QStringLiteral("--ipv4"),      QStringLiteral("--http1.1"),
-            QStringLiteral("--noproxy"),   QStringLiteral("*"),
-            QStringLiteral("--max-time"),  QStringLiteral("120"),
-            QStringLiteral("--cacert"),    m_files.authority.caFile,
+    return {QStringLiteral("--disable"),
+            QStringLiteral("--silent"),
+            QStringLiteral("--show-error"),
+            QStringLiteral("--verbose"),
+            QStringLiteral("--ipv4"),
+            QStringLiteral("--http1.1"),
+            QStringLiteral("--noproxy"),
+            QStringLiteral("*"),
+            QStringLiteral("--max-time"),
+            QStringLiteral("120"),
+            QStringLiteral("--cacert"),
+            m_files.authority.caFile,
             QStringLiteral("--tlsv") + version.name,
-            QStringLiteral("--tls-max"),   version.name,
-            QStringLiteral("--ciphers"),   version.peerCiphers()};
+            QStringLiteral("--tls-max"),
+            version.name,
+            QStringLiteral("--ciphers"),
+            version.peerCiphers()};
 }
 
 QString tst_Curl::url(const TestServer& server)

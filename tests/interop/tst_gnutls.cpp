@@ -67,10 +67,14 @@ bool tst_GnuTls::startServer(PeerProcess* server, const TlsVersion& version,
     // It writes every line that it echoes there, twice.
     server->setStandardErrorFile(QProcess::nullDevice());
     return server->runServer([&](quint16 port) {
-        return QStringList{QStringLiteral("--echo"),         QStringLiteral("--port"),
-                           QString::number(port),            QStringLiteral("--x509certfile"),
-                           m_files.certificate,              QStringLiteral("--x509keyfile"),
-                           m_files.key,                      QStringLiteral("--priority"),
+        return QStringList{QStringLiteral("--echo"),
+                           QStringLiteral("--port"),
+                           QString::number(port),
+                           QStringLiteral("--x509certfile"),
+                           m_files.certificate,
+                           QStringLiteral("--x509keyfile"),
+                           m_files.key,
+                           QStringLiteral("--priority"),
                            version.gnutlsPriority()}
                + options;
     });
@@ -87,10 +91,10 @@ QByteArray tst_GnuTls::finish(PeerProcess* server) const
 QStringList tst_GnuTls::clientArguments(const TlsVersion& version, quint16 port) const
 {
     // Without a log file its report would be mixed with the data.
-    return {QStringLiteral("--logfile"), m_log,
-            QStringLiteral("--port"), QString::number(port),
+    return {QStringLiteral("--logfile"),    m_log,
+            QStringLiteral("--port"),       QString::number(port),
             QStringLiteral("--x509cafile"), m_files.authority.caFile,
-            QStringLiteral("--priority"), version.gnutlsPriority(),
+            QStringLiteral("--priority"),   version.gnutlsPriority(),
             QStringLiteral("localhost")};
 }
 

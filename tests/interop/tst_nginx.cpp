@@ -97,9 +97,9 @@ QString tst_Nginx::writeConfiguration(const TlsVersion& version, bool tickets, q
 bool tst_Nginx::startServer(PeerProcess* server, const TlsVersion& version, bool tickets)
 {
     return server->runServer([&](quint16 port) {
-        return QStringList{QStringLiteral("-p"), m_files.directory.path(), QStringLiteral("-e"),
-                           QStringLiteral("stderr"), QStringLiteral("-c"),
-                           writeConfiguration(version, tickets, port)};
+        return QStringList{QStringLiteral("-p"), m_files.directory.path(),
+                           QStringLiteral("-e"), QStringLiteral("stderr"),
+                           QStringLiteral("-c"), writeConfiguration(version, tickets, port)};
     });
 }
 

@@ -54,18 +54,26 @@ void tst_OpenSsl::initTestCase()
 
 QStringList tst_OpenSsl::serverArguments(const TlsVersion& version, quint16 port) const
 {
-    return QStringList{QStringLiteral("s_server"), QStringLiteral("-accept"),
-                       QStringLiteral("127.0.0.1:%1").arg(port), QStringLiteral("-cert"),
-                       m_files.certificate, QStringLiteral("-key"), m_files.key}
+    return QStringList{QStringLiteral("s_server"),
+                       QStringLiteral("-accept"),
+                       QStringLiteral("127.0.0.1:%1").arg(port),
+                       QStringLiteral("-cert"),
+                       m_files.certificate,
+                       QStringLiteral("-key"),
+                       m_files.key}
            + version.opensslOptions();
 }
 
 QStringList tst_OpenSsl::clientArguments(const TlsVersion& version, quint16 port) const
 {
-    return QStringList{QStringLiteral("s_client"), QStringLiteral("-connect"),
-                       QStringLiteral("127.0.0.1:%1").arg(port), QStringLiteral("-CAfile"),
-                       m_files.authority.caFile, QStringLiteral("-verify_return_error"),
-                       QStringLiteral("-verify_hostname"), QStringLiteral("localhost")}
+    return QStringList{QStringLiteral("s_client"),
+                       QStringLiteral("-connect"),
+                       QStringLiteral("127.0.0.1:%1").arg(port),
+                       QStringLiteral("-CAfile"),
+                       m_files.authority.caFile,
+                       QStringLiteral("-verify_return_error"),
+                       QStringLiteral("-verify_hostname"),
+                       QStringLiteral("localhost")}
            + version.opensslOptions();
 }
 
@@ -74,9 +82,8 @@ void tst_OpenSsl::clientExchangesDataWithServerProgram()
     QFETCH(TlsVersion, version);
     PeerProcess server(QStringLiteral("openssl"));
     // Quiet, or it would take some letters for commands.
-    QVERIFY(server.runServer([&](quint16 port) {
-        return serverArguments(version, port) << QStringLiteral("-quiet");
-    }));
+    QVERIFY(server.runServer(
+        [&](quint16 port) { return serverArguments(version, port) << QStringLiteral("-quiet"); }));
     TestClient client(m_files, version);
     QVERIFY(client.connectTo(server.port()));
     QCOMPARE(client.verdict, vela::VerifyOk);
