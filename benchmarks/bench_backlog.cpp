@@ -5,7 +5,8 @@
     should not depend on the size: printed is its ratio to that of the smallest pile.
 
     The peer is OpenSSL alone. Everything arrives in the inner socket before the first byte is
-    decrypted; only the decryption is timed, with a host that reads each piece in readyRead(). Rounds of different sizes take turns in random order.
+    decrypted; only the decryption is timed, with a host that reads each piece in readyRead().
+   Rounds of different sizes take turns in random order.
 */
 
 #include <Ferrule/SslSocket.h>

@@ -77,8 +77,7 @@ qint64 RingBuffer::indexOf(char byte) const
         const int start = i == 0 ? m_head : 0;
         const int end = i == m_chunks.size() - 1 ? m_tail : chunk.size();
         const char* data = chunk.constData();
-        const void* found =
-            std::memchr(data + start, byte, static_cast<std::size_t>(end - start));
+        const void* found = std::memchr(data + start, byte, static_cast<std::size_t>(end - start));
         if (found)
             return position + (static_cast<const char*>(found) - (data + start));
         position += end - start;

@@ -110,6 +110,18 @@ RecursiveMutex& SslContext::mutex()
     return contextMutex;
 }
 
+bool SslContext::setCipherList(const QByteArray& list)
+{
+    static auto* const lastGood = new QByteArray(SSL_DEFAULT_CIPHER_LIST);
+    if (SSL_CTX_set_cipher_list(get(), list.constData()) == 1) {
+        *lastGood = list;
+        return true;
+    }
+    // OpenSSL has put an empty list in the place of the old one, and no socket could connect.
+    SSL_CTX_set_cipher_list(get(), lastGood->constData());
+    return false;
+}
+
 void SslContext::detach()
 {
     if (SSL_CTX* context = get()) {

@@ -4,6 +4,8 @@
 
 #include "support/RecursiveMutex.h"
 
+#include <QtCore/QByteArray>
+
 #include <openssl/ssl.h>
 
 namespace vela {
@@ -25,6 +27,12 @@ public:
         Guards everything that changes the context or makes a connection from it. Recursive.
     */
     static RecursiveMutex& mutex();
+
+    /*!
+        Sets the cipher list; the caller holds the mutex. Returns false, with the reason in
+        OpenSSL's error queue, for a list in which no cipher is known: the one before stays then.
+    */
+    static bool setCipherList(const QByteArray& list);
 
     //! Stops the context from calling back into this library, which is about to be unloaded.
     static void detach();

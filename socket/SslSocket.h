@@ -63,10 +63,13 @@ class SslSocketPrivate;
     or delete the socket.
 
     \section hazards What a host would not guess
-    - disconnectFromHost() and close() drop what was written but not yet encrypted, and no
-      close-notify alert is ever sent. To be sure that everything leaves, call
-      waitForBytesWritten(0) first: it encrypts at once, and the inner socket delivers what it was
-      handed before disconnectFromHost() closes it.
+    - disconnectFromHost() and close() drop what was written but not yet encrypted. To be sure
+      that everything leaves, call waitForBytesWritten(0) first: it encrypts at once, and the inner
+      socket delivers what it was handed before disconnectFromHost() closes it. (Where the peer is
+      slow this reports a `SocketTimeoutError`, which is then no failure.)
+    - A peer that says goodbye right behind its data ends the connection before an answer that
+      readyRead() only queued with write() is encrypted; again waitForBytesWritten(0) sends it.
+    - No close-notify alert is ever sent. Peers that insist on one may refuse to resume a session.
     - abort() does nothing while a server's handshake runs, for the state is still
       UnconnectedState then: use close().
     - abort() is Qt's own and does nothing in UnconnectedState, in which an adopted socket remains
@@ -287,7 +290,8 @@ Q_SIGNALS:
 
         A peer without a certificate (the usual client, as a server sees it) is reported with
         VerifyExpired, for its missing dates compare as the first moment of 1970, and an empty host
-        name. Ask x509peerCertificate() whether there is a certificate before judging by the verdict.
+        name. Ask x509peerCertificate() whether there is a certificate before judging by the
+       verdict.
     */
     void connectionVerificationDone(vela::CertVerify result, bool hostNameMatched,
                                     QString description);

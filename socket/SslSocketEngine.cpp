@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // The TLS settings of an SslSocket and the engine that is made from them.
 
+#include "socket/AuthorityFiles.h"
 #include "socket/SessionPool.h"
 #include "socket/SslContext.h"
 #include "socket/SslSocketPrivate.h"
@@ -114,7 +115,7 @@ QString SslSocketPrivate::createEngine()
     // Held over all steps, so that the engine gets the settings of this socket and not those that
     // another thread loads in between.
     const std::lock_guard<RecursiveMutex> lock(SslContext::mutex());
-    QString error = applyCipherList(context);
+    QString error = applyCipherList();
     if (error.isNull() && mode == SslSocket::Server)
         error = loadIdentity(context);
     if (error.isNull())
@@ -131,9 +132,9 @@ QString SslSocketPrivate::createEngine()
     return error.isNull() ? connectEngine() : error;
 }
 
-QString SslSocketPrivate::applyCipherList(SSL_CTX* context)
+QString SslSocketPrivate::applyCipherList()
 {
-    if (ciphers.isEmpty() || SSL_CTX_set_cipher_list(context, ciphers.toLatin1().constData()) == 1)
+    if (ciphers.isEmpty() || SslContext::setCipherList(ciphers.toLatin1()))
         return QString();
     return SslSocket::tr("Invalid or empty cipher list, %1").arg(takeOpenSslError());
 }
@@ -142,7 +143,7 @@ QString SslSocketPrivate::loadIdentity(SSL_CTX* context)
 {
     const QByteArray certificate = QFile::encodeName(pathToCertificate);
     const QByteArray key = QFile::encodeName(pathToPrivateKey);
-    SSL_CTX_set_default_verify_paths(context);
+    AuthorityFiles::loadDefaults(context);
     // Each error is taken at once: the calls that follow may empty OpenSSL's queue.
     const QString certificateError = takeErrorUnless(
         SSL_CTX_use_certificate_file(context, certificate.constData(), SSL_FILETYPE_PEM) == 1);
@@ -165,11 +166,8 @@ QString SslSocketPrivate::loadAuthorities(SSL_CTX* context)
         return QString();
     const QByteArray file = QFile::encodeName(pathToCACertFile);
     const QByteArray directory = QFile::encodeName(pathToCACertDir);
-    if (SSL_CTX_load_verify_locations(context, file.isEmpty() ? nullptr : file.constData(),
-                                      directory.isEmpty() ? nullptr : directory.constData())
-        == 1) {
+    if (AuthorityFiles::load(context, file, directory))
         return QString();
-    }
     return SslSocket::tr("Failed to load the list of trusted CAs: %1").arg(takeOpenSslError());
 }
 

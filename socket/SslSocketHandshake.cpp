@@ -71,8 +71,7 @@ void SslSocketPrivate::judgePeer()
     const PeerVerdict verdict =
         code == X509_V_OK
             ? judgeVerifiedPeer(peer, hostName)
-            : judgeFailedPeer(peer, hostName, code,
-                              q->verifyErrorString(static_cast<int>(code)));
+            : judgeFailedPeer(peer, hostName, code, q->verifyErrorString(static_cast<int>(code)));
     Q_EMIT q->connectionVerificationDone(verdict.result, verdict.hostNameMatched,
                                          verdict.description);
 }

@@ -49,7 +49,7 @@ public:
     //! \name Setting up the engine; each returns the error text, null when all went well
     //! \{
     QString createEngine();
-    QString applyCipherList(SSL_CTX* context);
+    QString applyCipherList();
     QString loadIdentity(SSL_CTX* context);
     QString loadAuthorities(SSL_CTX* context);
     QString offerPooledSession();
@@ -103,7 +103,8 @@ public:
     QString ciphers;
     SslSocket* const q;
 
-    //! Counts resets: tells code that emitted a signal whether it still deals with the same session.
+    //! Counts resets: tells code that emitted a signal whether it still deals with the same
+    //! session.
     quint64 generation = 0;
     //! How many calls of readFromSocket() are active; slots may re-enter it.
     int activeReads = 0;

@@ -12,9 +12,8 @@ namespace vela {
 */
 inline const char* errorSourceSignal(const QAbstractSocket* socket)
 {
-    const bool exists = socket->metaObject()->indexOfSignal(
-                            "errorOccurred(QAbstractSocket::SocketError)")
-                        >= 0;
+    const bool exists =
+        socket->metaObject()->indexOfSignal("errorOccurred(QAbstractSocket::SocketError)") >= 0;
     return exists ? "2errorOccurred(QAbstractSocket::SocketError)" : nullptr;
 }
 

@@ -21,7 +21,10 @@ class EnginePeer : public QObject
     Q_OBJECT
 
 public:
-    enum Role { Client, Server };
+    enum Role {
+        Client,
+        Server
+    };
 
     /*!
         Speaks over \a transport, which it then owns. A server needs \a identity, a client may have

@@ -31,9 +31,9 @@ struct CertificateSpec
     QByteArray notBeforeText;            //!< Overrides the offset: raw content, ended by "Z".
     QByteArray notAfterText;             //!< 13 characters make a UTCTime, 15 a GeneralizedTime.
     QByteArray serialHex = "01";
-    int version = 2;          //!< As encoded: 2 is version 3, 0 is version 1.
-    bool isAuthority = false; //!< Adds critical basic constraints CA:TRUE and keyCertSign.
-    bool deniesAuthority = false;         //!< Adds critical basic constraints CA:FALSE.
+    int version = 2;              //!< As encoded: 2 is version 3, 0 is version 1.
+    bool isAuthority = false;     //!< Adds critical basic constraints CA:TRUE and keyCertSign.
+    bool deniesAuthority = false; //!< Adds critical basic constraints CA:FALSE.
     KeyType keyType = KeyType::EcP256;
 };
 

@@ -34,7 +34,7 @@ struct Failure
     explicit Failure(SslSocket& socket)
         : occurred(&socket, &QAbstractSocket::errorOccurred)
         , error(&socket, SIGNAL(error(QAbstractSocket::SocketError)))
-        , verdict(&socket, &SslSocket::connectionVerificationDone)
+                , verdict(&socket, &SslSocket::connectionVerificationDone)
     {
         result = socket.sslAccept();
         text = socket.errorString();
@@ -54,6 +54,19 @@ struct Failure
     QString text;
 };
 
+//! The suites, apart from those that TLS 1.3 always offers, in the hello of a new client.
+QList<quint16> offeredSuites(const QString& ciphers)
+{
+    test::HelloCollector collector;
+    SslSocket socket(SslSocket::Client);
+    socket.setCiphers(ciphers);
+    socket.connectToHost(LOCALHOST, collector.serverPort());
+    return collector.waitForHellos(1) ? collector.hellos().first().suites : QList<quint16>();
+}
+
+constexpr quint16 AES128_SHA = 0x002F;
+constexpr quint16 AES256_SHA = 0x0035;
+
 } // namespace
 
 class EngineTest : public QObject
@@ -67,6 +80,7 @@ private Q_SLOTS:
     void serverWithoutCertificateFails();
     void serverWithoutKeyFailsBeforeAnyFileIsOpened();
     void nonsenseCipherListFails();
+    void nonsenseCipherListLeavesTheOneInForce();
     void wrongCertificateFileFails_data();
     void wrongCertificateFileFails();
     void wrongKeyFileFails_data();
@@ -77,6 +91,7 @@ private Q_SLOTS:
     void wrongAuthoritiesFail_data();
     void wrongAuthoritiesFail();
     void authoritiesAreLoadedFromADirectory();
+    void changedAuthoritiesAreLoadedAgain();
     void clientIgnoresCertificateAndKey();
     void failureLeavesNothingBehind();
     void failedServerReportsThatItCannotTakeData();
@@ -178,6 +193,20 @@ void EngineTest::nonsenseCipherListFails()
              }));
 }
 
+// The context is shared: a typing error of one socket must not take the ciphers from all others.
+void EngineTest::nonsenseCipherListLeavesTheOneInForce()
+{
+    SslSocket first(SslSocket::Client);
+    first.setCiphers(QStringLiteral("AES128-SHA"));
+    QSignalSpy error(&first, &QAbstractSocket::errorOccurred);
+    first.sslConnect();
+    QVERIFY(error.isEmpty());
+    SslSocket nonsense(SslSocket::Client);
+    nonsense.setCiphers(QStringLiteral("no such cipher"));
+    QVERIFY(Failure(nonsense).isReportedOnce());
+    QCOMPARE(offeredSuites(QString()), {AES128_SHA});
+}
+
 void EngineTest::wrongCertificateFileFails_data()
 {
     QTest::addColumn<QString>("path");
@@ -185,8 +214,8 @@ void EngineTest::wrongCertificateFileFails_data()
     QTest::newRow("a directory") << m_directory->path();
     QTest::newRow("empty") << m_directory->write(QStringLiteral("empty.pem"), QByteArray());
     QTest::newRow("garbage") << m_directory->write(QStringLiteral("garbage.pem"), "no PEM at all");
-    QTest::newRow("damaged") << m_directory->write(
-        QStringLiteral("damaged.pem"), m_identity.certificatePem().replace('A', '#'));
+    QTest::newRow("damaged") << m_directory->write(QStringLiteral("damaged.pem"),
+                                                   m_identity.certificatePem().replace('A', '#'));
     QTest::newRow("the key") << m_key;
     QTest::newRow("DER") << m_directory->write(QStringLiteral("certificate.der"), m_identity.der());
 }
@@ -244,8 +273,7 @@ void EngineTest::wrongCertificateAndKeyReportTheCertificate()
 void EngineTest::keyOfAnotherCertificateFails()
 {
     const test::Identity other = test::makeIdentity(test::CertificateSpec());
-    makeServer()->setPathToPrivateKey(
-        m_directory->writeKey(QStringLiteral("otherkey.pem"), other));
+    makeServer()->setPathToPrivateKey(m_directory->writeKey(QStringLiteral("otherkey.pem"), other));
     const Failure failure(*m_socket);
     QVERIFY(failure.isReportedOnce());
     QVERIFY2(failure.text.startsWith(QStringLiteral("Error loading private key, error:")),
@@ -263,9 +291,9 @@ void EngineTest::keyOfAnotherKindFails()
     makeServer()->setPathToPrivateKey(m_directory->writeKey(QStringLiteral("rsakey.pem"), other));
     const Failure failure(*m_socket);
     QVERIFY(failure.isReportedOnce());
-    QVERIFY2(failure.text.startsWith(
-                 QStringLiteral("Private key does not certify public key, error:")),
-             qPrintable(failure.text));
+    QVERIFY2(
+        failure.text.startsWith(QStringLiteral("Private key does not certify public key, error:")),
+        qPrintable(failure.text));
     QVERIFY2(failure.text.endsWith(QStringLiteral("no certificate assigned")),
              qPrintable(failure.text));
 }
@@ -280,8 +308,8 @@ void EngineTest::wrongAuthoritiesFail_data()
     QTest::newRow("client, missing file") << false << missing << QString();
     QTest::newRow("client, garbage") << false << garbage << QString();
     QTest::newRow("server, missing file") << true << missing << QString();
-    QTest::newRow("client, missing file, good directory") << false << missing
-                                                          << m_directory->path();
+    QTest::newRow("client, missing file, good directory")
+        << false << missing << m_directory->path();
 }
 
 void EngineTest::wrongAuthoritiesFail()
@@ -297,12 +325,11 @@ void EngineTest::wrongAuthoritiesFail()
     m_socket->setPathToCACertDir(directory);
     const Failure failure(*m_socket);
     QVERIFY(failure.isReportedOnce());
-    QCOMPARE(failure.text,
-             QStringLiteral("Failed to load the list of trusted CAs: ")
-                 + firstError([file](SSL_CTX* context) {
-                       SSL_CTX_load_verify_locations(
-                           context, QFile::encodeName(file).constData(), nullptr);
-                   }));
+    QCOMPARE(failure.text, QStringLiteral("Failed to load the list of trusted CAs: ")
+                               + firstError([file](SSL_CTX* context) {
+                                     SSL_CTX_load_verify_locations(
+                                         context, QFile::encodeName(file).constData(), nullptr);
+                                 }));
 }
 
 void EngineTest::authoritiesAreLoadedFromADirectory()
@@ -320,6 +347,32 @@ void EngineTest::authoritiesAreLoadedFromADirectory()
     socket.connectToHost(LOCALHOST, server.serverPort());
     QVERIFY(verdict.wait());
     QCOMPARE(verdict.first().first().value<vela::CertVerify>(), vela::VerifyOk);
+}
+
+// An unchanged file is not read again; a changed one has to be.
+void EngineTest::changedAuthoritiesAreLoadedAgain()
+{
+    const test::PemDirectory directory;
+    QString path;
+    for (const QString& name : {QStringLiteral("First of two"), QStringLiteral("The second")}) {
+        const test::Authority authority(name);
+        path = directory.path() + QStringLiteral("/changing.pem");
+        QFile::remove(path);
+        directory.write(QStringLiteral("changing.pem"), authority.root.certificatePem());
+        test::TlsServer server(authority.issue());
+        for (int round = 0; round < 2; ++round) {
+            SslSocket socket(SslSocket::Client);
+            socket.setPathToCACertFile(path);
+            QSignalSpy verdict(&socket, &SslSocket::connectionVerificationDone);
+            socket.connectToHost(LOCALHOST, server.serverPort());
+            QVERIFY(verdict.wait());
+            QCOMPARE(verdict.first().first().value<vela::CertVerify>(), vela::VerifyOk);
+        }
+    }
+    QVERIFY(QFile::remove(path));
+    SslSocket socket(SslSocket::Client);
+    socket.setPathToCACertFile(path);
+    QVERIFY(Failure(socket).isReportedOnce());
 }
 
 void EngineTest::clientIgnoresCertificateAndKey()
@@ -378,23 +431,6 @@ void EngineTest::staleErrorsDoNotReachTheText()
              }));
 }
 
-namespace {
-
-//! The suites, apart from those that TLS 1.3 always offers, in the hello of a new client.
-QList<quint16> offeredSuites(const QString& ciphers)
-{
-    test::HelloCollector collector;
-    SslSocket socket(SslSocket::Client);
-    socket.setCiphers(ciphers);
-    socket.connectToHost(LOCALHOST, collector.serverPort());
-    return collector.waitForHellos(1) ? collector.hellos().first().suites : QList<quint16>();
-}
-
-constexpr quint16 AES128_SHA = 0x002F;
-constexpr quint16 AES256_SHA = 0x0035;
-
-} // namespace
-
 void EngineTest::cipherListStaysForLaterSockets()
 {
     QVERIFY(offeredSuites(QString()).size() > 2);
@@ -424,9 +460,8 @@ void EngineTest::sessionsOfAKeyAreOfferedToOneSocketEach()
     quint16 port = 0;
     {
         test::TlsServer server;
-        connect(&server, &test::TlsServer::accepted, &server, [](SslSocket* accepted) {
-            accepted->write("tickets have arrived when this has");
-        });
+        connect(&server, &test::TlsServer::accepted, &server,
+                [](SslSocket* accepted) { accepted->write("tickets have arrived when this has"); });
         port = server.serverPort();
         SslSocket socket(SslSocket::Client);
         QSignalSpy readyRead(&socket, &QIODevice::readyRead);
@@ -473,11 +508,11 @@ void EngineTest::sessionsAreNotOfferedToAnotherPort()
 
 void EngineTest::statisticsHaveSevenLines()
 {
-    const QRegularExpression form(QStringLiteral(
-        "\\AOpenSSL Session Statistics\n==========================\n\n"
-        "       total: (\\d+) \nin handshake: (\\d+) \n   connected: (\\d+) \n"
-        "renegotiated: (\\d+) \n  cache hits: (\\d+) \ncache misses: (\\d+) \n"
-        "  cache full: (\\d+) \n\\z"));
+    const QRegularExpression form(
+        QStringLiteral("\\AOpenSSL Session Statistics\n==========================\n\n"
+                       "       total: (\\d+) \nin handshake: (\\d+) \n   connected: (\\d+) \n"
+                       "renegotiated: (\\d+) \n  cache hits: (\\d+) \ncache misses: (\\d+) \n"
+                       "  cache full: (\\d+) \n\\z"));
     const QString statistics = SslSocket::printStatistics();
     QVERIFY2(form.match(statistics).hasMatch(), qPrintable(statistics));
 }

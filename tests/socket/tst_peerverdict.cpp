@@ -134,16 +134,26 @@ void PeerVerdictTest::lastCommonNameIsTheHostName_data()
 {
     QTest::addColumn<QString>("description");
     QTest::addColumn<QString>("hostName");
-    QTest::newRow("subject") << "/CN=ca//CN=host/version=2" << "host";
-    QTest::newRow("last of several") << "/CN=ca//CN=a/CN=b/version=2" << "b";
-    QTest::newRow("issuer when the subject has none") << "/CN=ca//O=x/version=2" << "ca";
-    QTest::newRow("none") << "/O=ca//O=x/version=2" << "";
-    QTest::newRow("cut at a slash") << "/CN=ca//CN=a/b/version=2" << "a";
-    QTest::newRow("equals sign kept") << "/CN=ca//CN=a=b/version=2" << "a=b";
-    QTest::newRow("only in this case") << "/CN=ca//cn=host/version=2" << "ca";
-    QTest::newRow("only at the start") << "/CN=ca//OCN=host/version=2" << "ca";
-    QTest::newRow("empty") << "/CN=ca//CN=/version=2" << "";
-    QTest::newRow("no certificate") << "" << "";
+    QTest::newRow("subject") << "/CN=ca//CN=host/version=2"
+                             << "host";
+    QTest::newRow("last of several") << "/CN=ca//CN=a/CN=b/version=2"
+                                     << "b";
+    QTest::newRow("issuer when the subject has none") << "/CN=ca//O=x/version=2"
+                                                      << "ca";
+    QTest::newRow("none") << "/O=ca//O=x/version=2"
+                          << "";
+    QTest::newRow("cut at a slash") << "/CN=ca//CN=a/b/version=2"
+                                    << "a";
+    QTest::newRow("equals sign kept") << "/CN=ca//CN=a=b/version=2"
+                                      << "a=b";
+    QTest::newRow("only in this case") << "/CN=ca//cn=host/version=2"
+                                       << "ca";
+    QTest::newRow("only at the start") << "/CN=ca//OCN=host/version=2"
+                                       << "ca";
+    QTest::newRow("empty") << "/CN=ca//CN=/version=2"
+                           << "";
+    QTest::newRow("no certificate") << ""
+                                    << "";
 }
 
 void PeerVerdictTest::lastCommonNameIsTheHostName()
@@ -202,8 +212,9 @@ void PeerVerdictTest::hostNamesDifferInCaseOnly()
 
 void PeerVerdictTest::wildcardsAreNotExpanded()
 {
-    const PeerIdentity peer(QStringLiteral(
-        "/CN=ca//CN=*.example/notValidBefore=2030-01-01T00:00:00/notValidAfter=2031-01-01T00:00:00"));
+    const PeerIdentity peer(
+        QStringLiteral("/CN=ca//CN=*.example/notValidBefore=2030-01-01T00:00:00/"
+                       "notValidAfter=2031-01-01T00:00:00"));
     QVERIFY(!judgeVerifiedPeer(peer, QStringLiteral("www.example")).hostNameMatched);
     QVERIFY(judgeVerifiedPeer(peer, QStringLiteral("*.example")).hostNameMatched);
 }
@@ -223,9 +234,8 @@ void PeerVerdictTest::expiredPeerIsExpired()
     const PeerVerdict verdict = judgeVerifiedPeer(expiredPeer(), QStringLiteral("host"));
     QCOMPARE(verdict.result, VerifyExpired);
     QVERIFY(verdict.hostNameMatched);
-    QCOMPARE(verdict.description,
-             QStringLiteral("The SSL certificate expired on %1.")
-                 .arg(expiredPeer().validUntil.toString(Qt::TextDate)));
+    QCOMPARE(verdict.description, QStringLiteral("The SSL certificate expired on %1.")
+                                      .arg(expiredPeer().validUntil.toString(Qt::TextDate)));
     QVERIFY(verdict.description.contains(QStringLiteral("2030")));
 }
 
@@ -245,9 +255,8 @@ void PeerVerdictTest::notYetValidPeerIsNotYetValid()
     const PeerVerdict verdict = judgeVerifiedPeer(futurePeer(), QStringLiteral("host"));
     QCOMPARE(verdict.result, VerifyNotYetValid);
     QVERIFY(verdict.hostNameMatched);
-    QCOMPARE(verdict.description,
-             QStringLiteral("The SSL certificate is not valid until %1.")
-                 .arg(futurePeer().validFrom.toString(Qt::TextDate)));
+    QCOMPARE(verdict.description, QStringLiteral("The SSL certificate is not valid until %1.")
+                                      .arg(futurePeer().validFrom.toString(Qt::TextDate)));
 }
 
 void PeerVerdictTest::notYetValidPeerWithAnotherNameSaysBoth()
@@ -266,9 +275,8 @@ void PeerVerdictTest::notYetValidComesBeforeExpired()
         describe(QStringLiteral("2031-01-01T00:00:00"), QStringLiteral("2029-01-01T00:00:00")));
     const PeerVerdict verdict = judgeVerifiedPeer(peer, QStringLiteral("host"));
     QCOMPARE(verdict.result, VerifyNotYetValid);
-    QCOMPARE(verdict.description,
-             QStringLiteral("The SSL certificate is not valid until %1.")
-                 .arg(peer.validFrom.toString(Qt::TextDate)));
+    QCOMPARE(verdict.description, QStringLiteral("The SSL certificate is not valid until %1.")
+                                      .arg(peer.validFrom.toString(Qt::TextDate)));
 }
 
 void PeerVerdictTest::theFirstAndLastSecondAreValid()

@@ -405,7 +405,8 @@ void PumpTest::renegotiationDoesNotHoldDataBack()
     QTRY_VERIFY(SSL_num_renegotiations(peer.ssl()) > 0 && !SSL_renegotiate_pending(peer.ssl()));
     peer.write(", and after the handshake");
     QTRY_COMPARE(connection.client.bytesAvailable(), 43);
-    QCOMPARE(connection.client.readAll(), QByteArray("behind the request, and after the handshake"));
+    QCOMPARE(connection.client.readAll(),
+             QByteArray("behind the request, and after the handshake"));
     QVERIFY(connection.log.filter(QStringLiteral("error")).isEmpty());
 }
 

@@ -386,10 +386,9 @@ void SocketFrameTest::disconnectEmitsItsSignalsInOrder()
     socket.disconnectFromHost();
     QTRY_COMPARE(socket.state(), QAbstractSocket::UnconnectedState);
     // The mirrored states and the relayed signal, then the state once more.
-    const QStringList expected = {QStringLiteral("state Closing"),
-                                  QStringLiteral("state Unconnected"),
-                                  QStringLiteral("disconnected"),
-                                  QStringLiteral("state Unconnected")};
+    const QStringList expected = {
+        QStringLiteral("state Closing"), QStringLiteral("state Unconnected"),
+        QStringLiteral("disconnected"), QStringLiteral("state Unconnected")};
     QCOMPARE(static_cast<const QStringList&>(log), expected);
     QVERIFY(socket.getCipherName().isEmpty());
 }
@@ -407,9 +406,9 @@ void SocketFrameTest::disconnectWithBytesPendingClosesAfterThem()
     const test::SignalLog log(&socket);
     socket.disconnectFromHost();
     QTRY_COMPARE(socket.state(), QAbstractSocket::UnconnectedState);
-    const QStringList expected = {
-        QStringLiteral("state Closing"), QStringLiteral("state Closing"),
-        QStringLiteral("state Unconnected"), QStringLiteral("disconnected")};
+    const QStringList expected = {QStringLiteral("state Closing"), QStringLiteral("state Closing"),
+                                  QStringLiteral("state Unconnected"),
+                                  QStringLiteral("disconnected")};
     QCOMPARE(static_cast<const QStringList&>(log), expected);
     QTRY_COMPARE(server.lastSocket()->bytesAvailable(), 40);
     QCOMPARE(server.lastSocket()->readAll(),

@@ -59,12 +59,13 @@ void ModuleStartupTest::verdictTravelsThroughAQueuedConnection()
     vela::CertVerify received = vela::VerifyUnknown;
     QString text;
     QObject receiver;
-    connect(&socket, &vela::SslSocket::connectionVerificationDone, &receiver,
-            [&](vela::CertVerify result, bool, const QString& description) {
-                received = result;
-                text = description;
-            },
-            Qt::QueuedConnection);
+    connect(
+        &socket, &vela::SslSocket::connectionVerificationDone, &receiver,
+        [&](vela::CertVerify result, bool, const QString& description) {
+            received = result;
+            text = description;
+        },
+        Qt::QueuedConnection);
     Q_EMIT socket.connectionVerificationDone(vela::VerifyExpired, true, QStringLiteral("why"));
     QCOMPARE(received, vela::VerifyUnknown);
     QCoreApplication::sendPostedEvents(&receiver);

@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#ifndef FERRULE_AUTHORITYFILES_H
+#define FERRULE_AUTHORITYFILES_H
+
+#include <QtCore/QByteArray>
+
+#include <openssl/ssl.h>
+
+namespace vela {
+
+/*!
+    Loads trusted authorities into the shared context, whose mutex the caller holds.
+
+    The context keeps what it has loaded, so that a file is read again only when it has changed:
+    reading a system's bundle takes longer than a handshake.
+*/
+class AuthorityFiles
+{
+public:
+    //! Loads from the places that OpenSSL itself, or its environment variables, name.
+    static void loadDefaults(SSL_CTX* context);
+
+    /*!
+        Loads from \a file and \a directory, either of which may be empty. Returns false, with the
+        reason in OpenSSL's error queue, when that fails.
+    */
+    static bool load(SSL_CTX* context, const QByteArray& file, const QByteArray& directory);
+};
+
+} // namespace vela
+
+#endif
