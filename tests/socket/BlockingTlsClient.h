@@ -11,6 +11,7 @@
 #ifdef Q_OS_WIN
 #    include <winsock2.h>
 #else
+#    include <netinet/in.h>
 #    include <netinet/tcp.h>
 #    include <sys/socket.h>
 #endif

@@ -133,7 +133,11 @@ void HostConversation::takePeer(QTcpSocket* connection)
 
 void HostConversation::doDeed()
 {
-    const PeerDeed deed = std::exchange(m_deed, PeerDeed::Nothing);
+    doNow(std::exchange(m_deed, PeerDeed::Nothing));
+}
+
+void HostConversation::doNow(PeerDeed deed)
+{
     switch (deed) {
     case PeerDeed::Nothing:
         break;

@@ -50,6 +50,9 @@ public:
     //! What the next peer will do once the connection is secured.
     void setDeed(PeerDeed deed) { m_deed = deed; }
 
+    //! Has the present peer do \a deed now.
+    void doNow(PeerDeed deed);
+
     /*!
         Gives the socket a connection to a new peer: a client connects out, a server adopts a
         connection that its host has accepted.
