@@ -12,6 +12,19 @@
 
 namespace vela {
 
+namespace {
+
+// While the inner socket closes after an error it has no connection any more, which Qt's waiting
+// functions do not expect.
+bool canWait(const QTcpSocket* transport)
+{
+    return transport
+           && (transport->state() != QAbstractSocket::ClosingState
+               || transport->socketDescriptor() != -1);
+}
+
+} // namespace
+
 bool SslSocket::atEnd() const
 {
     return QTcpSocket::atEnd() && d->readBuffer.isEmpty();
@@ -41,7 +54,7 @@ bool SslSocket::waitForReadyRead(int msecs)
     for (;;) {
         if (!d->writeBuffer.isEmpty())
             writeToSocket();
-        if (!guard.holds() || !d->socket)
+        if (!guard.holds() || !canWait(d->socket))
             return false;
         const qint64 left = std::max<qint64>(0, msecs - timer.elapsed());
         const bool arrived = d->socket->waitForReadyRead(static_cast<int>(left));
@@ -62,7 +75,7 @@ bool SslSocket::waitForBytesWritten(int msecs)
     const SessionGuard guard(d);
     if (!d->writeBuffer.isEmpty())
         writeToSocket();
-    return guard.holds() && d->socket && d->socket->waitForBytesWritten(msecs);
+    return guard.holds() && canWait(d->socket) && d->socket->waitForBytesWritten(msecs);
 }
 
 qint64 SslSocket::readData(char* data, qint64 maxlen)
