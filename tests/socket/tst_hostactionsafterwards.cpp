@@ -100,13 +100,15 @@ void TestHostActionsAfterwards::eachErrorIsSeenOnceOnBothSignals()
     QFETCH(Ending, ending);
     HostConversation conversation(static_cast<SslSocket::Mode>(role));
     const EmissionLog log(conversation.socket());
-    conversation.setDeed(deedFor(ending));
     if (adopted) {
         conversation.prepareConnection();
         conversation.adoptPrepared();
     } else {
         conversation.connectAnew();
     }
+    QVERIFY(conversation.becomesConnected(log));
+    QVERIFY(waitFor([&] { return conversation.peer()->isSecured(); }));
+    conversation.doNow(deedFor(ending));
     QVERIFY(waitFor([&] { return log.count("errorOccurred") > 0; }));
     if (ending == Ending::HangUp)
         QVERIFY(conversation.becomesUnconnected());
