@@ -10,7 +10,7 @@
 
 class QNetworkProxy;
 class QThread;
-typedef struct x509_st X509;
+using X509 = struct x509_st;
 
 namespace vela {
 
@@ -290,8 +290,7 @@ Q_SIGNALS:
 
         A peer without a certificate (the usual client, as a server sees it) is reported with
         VerifyExpired, for its missing dates compare as the first moment of 1970, and an empty host
-        name. Ask x509peerCertificate() whether there is a certificate before judging by the
-       verdict.
+        name. Ask x509peerCertificate() whether there is a certificate before judging by it.
     */
     void connectionVerificationDone(vela::CertVerify result, bool hostNameMatched,
                                     QString description);

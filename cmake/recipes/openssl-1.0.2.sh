@@ -14,9 +14,9 @@ readonly tarball=nodegit-0.22.2.tgz
 readonly sha512=c4d480ba452ad0e4d89d4b98dd70d35cfc053e3cfc448a659891178409ca55b224b880f0c6e58e14125e0ac2b14c50e0ab0c43a4e72764d7b7ab26bdebaf0674
 readonly tree=package/vendor/openssl/openssl
 
-readonly recipe=$(readlink -f "${BASH_SOURCE[0]}")
+recipe=$(readlink -f "${BASH_SOURCE[0]}")
+key=$(sha256sum "$recipe" | cut -c1-16)
 readonly cache=${FERRULE_CACHE:-$HOME/.cache/ferrule}
-readonly key=$(sha256sum "$recipe" | cut -c1-16)
 readonly prefix=$cache/openssl-1.0.2h-$key
 
 say() { printf 'openssl 1.0.2: %s\n' "$*" >&2; }

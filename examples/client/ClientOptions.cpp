@@ -57,9 +57,10 @@ bool parseSeconds(const QString& text, int& msecs)
 {
     bool isNumber = false;
     const double seconds = text.toDouble(&isNumber);
-    if (!isNumber || !(seconds >= 0 && seconds <= std::numeric_limits<int>::max() / 1000))
+    const double milliseconds = seconds * 1000;
+    if (!isNumber || !(milliseconds >= 0 && milliseconds <= std::numeric_limits<int>::max()))
         return false;
-    msecs = static_cast<int>(seconds * 1000);
+    msecs = static_cast<int>(milliseconds);
     return true;
 }
 
