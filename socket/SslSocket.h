@@ -165,7 +165,11 @@ public:
     */
     void setSocket(QTcpSocket* socket);
 
-    //! Returns the inner socket; null when a host has deleted an adopted one.
+    /*!
+        Returns the inner socket; null when a host has deleted an adopted one. A host that connects
+        again within one of this object's signals gets another inner socket, with the same proxy:
+        the old one is not done with its connection.
+    */
     QTcpSocket* socket() const;
 
     /*!

@@ -39,7 +39,8 @@ HostConversation::HostConversation(SslSocket::Mode role)
 {
     m_socket->setPathToCertificate(serverFiles().certificate);
     m_socket->setPathToPrivateKey(serverFiles().key);
-    if (!m_listener.listen(QHostAddress::LocalHost) || !m_deafListener.listen(QHostAddress::LocalHost))
+    if (!m_listener.listen(QHostAddress::LocalHost)
+        || !m_deafListener.listen(QHostAddress::LocalHost))
         qFatal("cannot listen on loopback");
     connect(&m_listener, &QTcpServer::newConnection, this,
             [this] { takePeer(m_listener.nextPendingConnection()); });
@@ -99,8 +100,8 @@ void HostConversation::adopt(const TcpPair& pair)
 bool HostConversation::exchanges(const QByteArray& text)
 {
     QByteArray echo;
-    const auto reading = connect(m_socket, &QIODevice::readyRead, this,
-                                 [&] { echo += m_socket->readAll(); });
+    const auto reading =
+        connect(m_socket, &QIODevice::readyRead, this, [&] { echo += m_socket->readAll(); });
     m_socket->write(text);
     const bool came = waitFor([&] { return !m_socket || echo.contains(text); });
     disconnect(reading);
@@ -122,9 +123,8 @@ bool HostConversation::becomesUnconnected() const
 
 void HostConversation::takePeer(QTcpSocket* connection)
 {
-    m_peers.push_back(
-        std::make_unique<RawTlsPeer>(connection, m_role == SslSocket::Client ? End::Server
-                                                                             : End::Client));
+    m_peers.push_back(std::make_unique<RawTlsPeer>(
+        connection, m_role == SslSocket::Client ? End::Server : End::Client));
     m_peer = m_peers.back().get();
     // Once the host is connected as well: in the last step of the handshake one side is ahead.
     connect(m_peer, &RawTlsPeer::secured, this, &HostConversation::doDeed, Qt::QueuedConnection);

@@ -15,7 +15,14 @@
 namespace test {
 
 //! What a peer does once the connection is secured, so that the host's socket emits something.
-enum class PeerDeed { Nothing, Write, ReadMuch, HangUp, CloseNotify, Garbage };
+enum class PeerDeed {
+    Nothing,
+    Write,
+    ReadMuch,
+    HangUp,
+    CloseNotify,
+    Garbage
+};
 
 //! A host's subclass with a slot of its own.
 class HostSocket : public vela::SslSocket

@@ -11,7 +11,10 @@
 namespace test {
 
 //! The end of the connection that a peer of the socket under test plays.
-enum class End { Client, Server };
+enum class End {
+    Client,
+    Server
+};
 
 /*!
     A peer that speaks TLS through OpenSSL itself, without the library: echoes what it receives, and

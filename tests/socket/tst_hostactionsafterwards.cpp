@@ -10,7 +10,14 @@ using vela::SslSocket;
 
 namespace {
 
-enum class Ending { HangUp, CloseNotify, Garbage, Disconnect, Abort, Close };
+enum class Ending {
+    HangUp,
+    CloseNotify,
+    Garbage,
+    Disconnect,
+    Abort,
+    Close
+};
 
 void leaveStaleError()
 {
@@ -127,9 +134,9 @@ void TestHostActionsAfterwards::connectionUsedAgainIsLikeNew_data()
     QTest::addColumn<Ending>("ending");
     QTest::addColumn<bool>("disconnecting");
     const std::pair<const char*, Ending> endings[] = {
-        {"the peer hung up", Ending::HangUp},   {"close-notify", Ending::CloseNotify},
-        {"garbage", Ending::Garbage},           {"disconnected", Ending::Disconnect},
-        {"aborted", Ending::Abort},             {"closed", Ending::Close},
+        {"the peer hung up", Ending::HangUp}, {"close-notify", Ending::CloseNotify},
+        {"garbage", Ending::Garbage},         {"disconnected", Ending::Disconnect},
+        {"aborted", Ending::Abort},           {"closed", Ending::Close},
     };
     for (const auto role : {SslSocket::Client, SslSocket::Server}) {
         for (const auto& ending : endings) {

@@ -39,7 +39,8 @@ private:
         connect(socket, &QObject::destroyed, this, [this] { --sockets; });
         connect(socket, &SslSocket::connected, this, [this] { ++connections; });
         connect(socket, &SslSocket::disconnected, socket, &QObject::deleteLater);
-        connect(socket, &SslSocket::readyRead, socket, [socket] { socket->write(socket->readAll()); });
+        connect(socket, &SslSocket::readyRead, socket,
+                [socket] { socket->write(socket->readAll()); });
         connect(socket, &SslSocket::errorOccurred, socket,
                 [this, socket](QAbstractSocket::SocketError error) {
                     if (error != QAbstractSocket::UnknownSocketError)
@@ -129,7 +130,8 @@ void TestLongRunningServer::servesResumingClients()
         for (int i = 0; i < CONNECTIONS; ++i)
             succeeded += client.converse(QByteArray::number(i)) ? 1 : 0;
         over = true;
-        QMetaObject::invokeMethod(&server, [] {}, Qt::QueuedConnection); // Wakes the server up.
+        QMetaObject::invokeMethod(
+            &server, [] {}, Qt::QueuedConnection); // Wakes the server up.
     });
     const bool inTime = waitFor([&] { return over.load(); }, PATIENCE_WITH_ALL_MSECS);
     if (!inTime)

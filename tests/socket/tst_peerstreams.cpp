@@ -28,7 +28,10 @@ struct ServerFiles
     QString key = directory.writeKey(QStringLiteral("key.pem"), identity);
 };
 
-enum class Pace { Whole, ByteByByte };
+enum class Pace {
+    Whole,
+    ByteByByte
+};
 
 /*!
     One recorded stream on its way to one socket. The peer closes the connection after the last
@@ -168,9 +171,9 @@ void TestPeerStreams::noStreamConnectsOrHarms()
     for (int next = part; next < names.size() || !running.empty();) {
         while (next < names.size() && running.size() < CONCURRENT_STREAMS) {
             const QString& name = names.at(next);
-            running.emplace_back(name, std::make_unique<Replay>(mode, files,
-                                                                directory.filePath(name),
-                                                                static_cast<Pace>(pace)));
+            running.emplace_back(name,
+                                 std::make_unique<Replay>(mode, files, directory.filePath(name),
+                                                          static_cast<Pace>(pace)));
             next += parts;
         }
         const auto over = [](const auto& entry) { return entry.second->isOver(); };
@@ -179,7 +182,8 @@ void TestPeerStreams::noStreamConnectsOrHarms()
         for (const auto& entry : running) {
             if (over(entry)) {
                 const QByteArray complaint = entry.second->complaint();
-                QVERIFY2(complaint.isEmpty(), qPrintable(entry.first + QString::fromLatin1(complaint)));
+                QVERIFY2(complaint.isEmpty(),
+                         qPrintable(entry.first + QString::fromLatin1(complaint)));
             }
         }
         running.remove_if(over);

@@ -58,7 +58,8 @@ private:
         socket->setPathToCertificate(QFile::decodeName(m_certificate));
         socket->setPathToPrivateKey(QFile::decodeName(m_key));
         connect(socket, &SslSocket::disconnected, socket, &QObject::deleteLater);
-        connect(socket, &SslSocket::readyRead, socket, [socket] { socket->write(socket->readAll()); });
+        connect(socket, &SslSocket::readyRead, socket,
+                [socket] { socket->write(socket->readAll()); });
         socket->setSocket(transport);
     }
 
@@ -209,8 +210,8 @@ void TestThreads::socketsOfManyThreadsShareTheContext()
     std::vector<std::future<void>> threads;
     for (Outcome& outcome : outcomes) {
         threads.push_back(std::async(std::launch::async, [&] {
-            outcome = talkToOneself(QByteArray(certificate.constData()),
-                                    QByteArray(key.constData()));
+            outcome =
+                talkToOneself(QByteArray(certificate.constData()), QByteArray(key.constData()));
         }));
     }
     QString statistics;
@@ -256,7 +257,8 @@ void TestThreads::socketGoesOnInTheThreadItWasMovedTo()
         socket.reset();
         settle();
         over = true;
-        QMetaObject::invokeMethod(&server, [] {}, Qt::QueuedConnection); // Wakes us up.
+        QMetaObject::invokeMethod(
+            &server, [] {}, Qt::QueuedConnection); // Wakes us up.
     });
     QVERIFY(waitFor([&] { return over.load(); }));
     done.get();
@@ -273,15 +275,15 @@ void TestThreads::callsFromOtherThreadsRunOnTheSocketsOwn()
     int ends = 0;
     QThread* const own = QThread::currentThread();
     bool strayed = false;
-    connect(&socket, &SslSocket::stateChanged, &socket,
-            [&] { strayed = strayed || QThread::currentThread() != own; }, Qt::DirectConnection);
+    connect(
+        &socket, &SslSocket::stateChanged, &socket,
+        [&] { strayed = strayed || QThread::currentThread() != own; }, Qt::DirectConnection);
     connect(&socket, &SslSocket::connected, this, [&] { ++connections; });
     connect(&socket, &SslSocket::disconnected, this, [&] { ++ends; });
     for (int round = 1; round <= 5; ++round) {
         const quint16 port = server.serverPort();
-        worker.hand([&socket, port] {
-            socket.connectToHost(QStringLiteral("127.0.0.1"), port);
-        }).get();
+        worker.hand([&socket, port] { socket.connectToHost(QStringLiteral("127.0.0.1"), port); })
+            .get();
         QVERIFY(waitFor([&] { return connections == round; }));
         worker.hand([&socket] { socket.disconnectFromHost(); }).get();
         QVERIFY(waitFor([&] { return ends == round; }));
