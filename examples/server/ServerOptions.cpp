@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "server/ServerOptions.h"
 
-#include "common/Console.h"
+#include "common/CommandLineRun.h"
 
 #include <QtCore/QCommandLineParser>
 #include <QtCore/QCoreApplication>
@@ -123,22 +123,5 @@ QString CommandLine::readNumbers(ServerOptions& options)
 bool ServerOptions::parse(const QStringList& arguments, int& status)
 {
     CommandLine line;
-    QString error = line.parser.parse(arguments) ? QString() : line.parser.errorText();
-    status = ExitOk;
-    if (error.isNull() && line.parser.isSet(line.help)) {
-        console::print(line.parser.helpText().trimmed());
-        return false;
-    }
-    if (error.isNull() && line.parser.isSet(line.version)) {
-        console::print(QCoreApplication::applicationName() + QLatin1Char(' ')
-                       + QCoreApplication::applicationVersion());
-        return false;
-    }
-    if (error.isNull())
-        error = line.read(*this);
-    if (error.isNull())
-        return true;
-    console::complain(error + QStringLiteral(" (--help explains)"));
-    status = ExitUsage;
-    return false;
+    return runCommandLine(arguments, line, *this, ExitUsage, status);
 }
