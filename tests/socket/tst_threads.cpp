@@ -26,7 +26,7 @@ using vela::SslSocket;
 namespace {
 
 constexpr int THREADS = 8;
-constexpr int ROUNDS = 20;
+constexpr int ROUNDS = 100;
 
 //! The certificate that all servers use, made before there are threads.
 struct ServerFiles
