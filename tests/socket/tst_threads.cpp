@@ -5,6 +5,7 @@
 
 #include <Ferrule/SslSocket.h>
 
+#include <QtCore/QAbstractEventDispatcher>
 #include <QtCore/QEventLoop>
 #include <QtCore/QThread>
 #include <QtNetwork/QTcpServer>
@@ -194,6 +195,7 @@ class TestThreads : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    void initTestCase();
     void socketsOfManyThreadsShareTheContext();
     void socketGoesOnInTheThreadItWasMovedTo();
     void callsFromOtherThreadsRunOnTheSocketsOwn();
@@ -201,6 +203,16 @@ private Q_SLOTS:
 private:
     ServerFiles m_files;
 };
+
+// Qt registers types when it first needs them, under a lock of its own that ThreadSanitizer does
+// not see. So that is done while there is but one thread.
+void TestThreads::initTestCase()
+{
+    EchoServer server(QFile::encodeName(m_files.certificate), QFile::encodeName(m_files.key));
+    SslSocket socket(SslSocket::Client);
+    bool reused = false;
+    QVERIFY(converse(socket, server.serverPort(), &reused));
+}
 
 void TestThreads::socketsOfManyThreadsShareTheContext()
 {
@@ -243,6 +255,7 @@ void TestThreads::socketGoesOnInTheThreadItWasMovedTo()
     bool echoed = false;
     bool again = false;
     std::atomic<bool> over{false};
+    QAbstractEventDispatcher* const waiting = QAbstractEventDispatcher::instance();
     std::future<void> done = worker.hand([&] {
         QByteArray echo;
         connect(socket.get(), &SslSocket::readyRead, socket.get(),
@@ -257,8 +270,7 @@ void TestThreads::socketGoesOnInTheThreadItWasMovedTo()
         socket.reset();
         settle();
         over = true;
-        QMetaObject::invokeMethod(
-            &server, [] {}, Qt::QueuedConnection); // Wakes us up.
+        waiting->wakeUp(); // Not by an event: ThreadSanitizer does not see how Qt hands those over.
     });
     QVERIFY(waitFor([&] { return over.load(); }));
     done.get();
