@@ -6,9 +6,11 @@
     because only within a file does the language fix their order.
 */
 
+#include "resources/ResourceTables.h"
 #include "socket/SessionPool.h"
 #include "socket/SslContext.h"
 #include "support/OpenSslLocking.h"
+#include "support/ResourceTree.h"
 
 #include <Ferrule/CertVerify.h>
 #include <Ferrule/SslCertificate.h>
@@ -17,6 +19,13 @@
 #include <QtCore/QMetaType>
 
 namespace vela {
+
+namespace {
+
+const ResourceTree certificatesTree(CERTIFICATES_RESOURCES);
+const ResourceTree translationsTree(TRANSLATIONS_RESOURCES);
+
+} // namespace
 
 SessionPool gSessionPool;
 
