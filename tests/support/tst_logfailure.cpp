@@ -2,6 +2,8 @@
 #include "support/LogFailure.h"
 #include "support/TextConversion.h"
 
+#include "tests/common/LogStream.h"
+
 #include <Ferrule/Log.h>
 
 #include <QtTest/QtTest>
@@ -11,28 +13,14 @@
 #include <future>
 #include <iomanip>
 #include <locale>
-#include <sstream>
 #include <stdexcept>
 #include <thread>
 #include <vector>
 
+using test::LogStream;
 using vela::Log;
 
 namespace {
-
-//! Gives the log a stream for the length of a test.
-class LogStream : public std::wostringstream
-{
-public:
-    LogStream() { Log::instance().setStream(this); }
-    ~LogStream() override
-    {
-        Log::instance().setStream(nullptr);
-        Log::instance().setLogLevel(Log::Debug);
-    }
-
-    QString text() const { return QString::fromStdWString(str()); }
-};
 
 //! Writes numbers as "1.234.567".
 class Grouping : public std::numpunct<wchar_t>
