@@ -11,32 +11,37 @@
 
 #include <QtCore/QCoreApplication>
 
+#include <cerrno>
+
 namespace {
 
-int fail(ExitStatus status, const QString& reason)
+ExitStatus fail(ExitStatus status, const QString& reason)
 {
     console::complain(console::printable(reason));
     return status;
 }
 
-bool show(const QString& text)
+ExitStatus show(const QString& text)
 {
     const QByteArray bytes = (text + QLatin1Char('\n')).toLocal8Bit();
-    return platform::writeOutput(bytes.constData(), bytes.size());
+    if (platform::writeOutput(bytes.constData(), bytes.size()))
+        return ExitOk;
+    return fail(ExitStandardOutput,
+                QStringLiteral("standard output: %1").arg(qt_error_string(errno)));
 }
 
-int writeChain(const CertificatesOptions& options, const vela::SslCertificateChain& chain)
+ExitStatus writeChain(const CertificatesOptions& options, const vela::SslCertificateChain& chain)
 {
     QString failure;
     if (!options.pemOutput.isEmpty())
         failure = writePemFile(chain, options.pemOutput);
     if (failure.isNull() && !options.derOutput.isEmpty())
         failure = writeDerFile(chain.endCert(), options.derOutput);
-    return failure.isNull() ? static_cast<int>(ExitOk) : fail(ExitNotWritten, failure);
+    return failure.isNull() ? ExitOk : fail(ExitNotWritten, failure);
 }
 
-int handleFile(const QString& name, const CertificatesOptions& options,
-               vela::GenericCertStore& store)
+ExitStatus handleFile(const QString& name, const CertificatesOptions& options,
+                      vela::GenericCertStore& store)
 {
     QByteArray bytes;
     const QString failure = readBytes(name, bytes);
@@ -46,9 +51,10 @@ int handleFile(const QString& name, const CertificatesOptions& options,
     if (!file.chain.isEmpty()) {
         const QString heading =
             QStringLiteral("%1: %2, certificates: %3").arg(name, file.form).arg(file.chain.size());
-        if (!show(QLatin1Char('\n') + reportRow("file", heading) + QLatin1Char('\n')
-                  + chainReport(store, file)))
-            return fail(ExitStandardOutput, QStringLiteral("standard output failed"));
+        const ExitStatus shown = show(QLatin1Char('\n') + reportRow("file", heading)
+                                      + QLatin1Char('\n') + chainReport(store, file));
+        if (shown != ExitOk)
+            return shown;
     }
     if (!file.damage.isNull())
         return fail(ExitDamaged, QStringLiteral("%1: %2").arg(name, file.damage));
@@ -77,13 +83,15 @@ int main(int argc, char** argv)
     const QString failure = importBundle(options.bundle, options.accept, store, summary);
     if (!failure.isNull())
         return fail(ExitBundle, failure);
-    if (!show(reportRow("bundle", summary)))
-        return fail(ExitStandardOutput, QStringLiteral("standard output failed"));
-
+    status = show(reportRow("bundle", summary));
+    if (status != ExitOk)
+        return status;
     for (const QString& name : qAsConst(options.files)) {
-        const int outcome = handleFile(name, options, store);
+        const ExitStatus outcome = handleFile(name, options, store);
         if (status == ExitOk)
             status = outcome;
+        if (outcome == ExitStandardOutput)
+            break;
     }
     return status;
 }
