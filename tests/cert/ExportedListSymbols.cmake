@@ -18,6 +18,11 @@ list(FILTER used INCLUDE REGEX " U ${list}")
 set(contained ${mentioned})
 list(FILTER contained EXCLUDE REGEX " U ${list}")
 
+if(contained)
+    list(JOIN contained "\n" contained)
+    message(FATAL_ERROR "instantiated once more:\n${contained}")
+endif()
+
 foreach(member append prepend insert replace removeAll removeOne removeAt takeAt takeFirst takeLast
         move swapItemsAt mid indexOf lastIndexOf contains count value clear reserve detach
         erase toVector fromVector toSet fromSet toStdList fromStdList "operator==" "operator\\+="
@@ -28,10 +33,6 @@ foreach(member append prepend insert replace removeAll removeOne removeAt takeAt
 endforeach()
 if(missing)
     message(FATAL_ERROR "not taken from the library: ${missing}")
-endif()
-if(contained)
-    list(JOIN contained "\n" contained)
-    message(FATAL_ERROR "instantiated once more:\n${contained}")
 endif()
 list(LENGTH used count)
 message(STATUS "${count} members of the list are used and none is instantiated")
