@@ -9,7 +9,8 @@
 
 #include <cstddef>
 #include <cstring>
-#include <future>
+#include <functional>
+#include <memory>
 
 using namespace test;
 using vela::CertificateStore;

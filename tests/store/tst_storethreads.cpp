@@ -8,7 +8,9 @@
 #include <atomic>
 #include <functional>
 #include <future>
+#include <numeric>
 #include <random>
+#include <thread>
 #include <vector>
 
 using namespace test;
