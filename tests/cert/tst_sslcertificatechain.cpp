@@ -156,6 +156,8 @@ private Q_SLOTS:
 
     void chainDoesNotOwnWrappedHandles();
     void ownedCertificatesGoWithTheLastPointer();
+    void ownedCopyOutlivesTheHandles();
+    void ownedCopyKeepsNullAndEmptyElements();
 
     void typeIsRegisteredAtLoad();
     void chainTravelsInAVariant();
@@ -514,6 +516,32 @@ void SslCertificateChainTest::ownedCertificatesGoWithTheLastPointer()
     QCOMPARE(last->subjectCommonName(), text("leaf"));
     last.reset();
     QCOMPARE(freedHandles, 2);
+}
+
+void SslCertificateChainTest::ownedCopyOutlivesTheHandles()
+{
+    Handles handles = readPem(m_leafPem + m_rootPem);
+    for (x509_st* handle : qAsConst(handles))
+        watched(handle);
+    SslCertificateChain copy = SslCertificateChain(handles).ownedCopy();
+    SslCertificateChain::release(handles);
+    QCOMPARE(freedHandles, 0);
+    QCOMPARE(copy.size(), 2);
+    QCOMPARE(copy.encodePem().toLatin1(), m_leafPem + m_rootPem);
+    copy.clear();
+    QCOMPARE(freedHandles, 2);
+}
+
+void SslCertificateChainTest::ownedCopyKeepsNullAndEmptyElements()
+{
+    SslCertificateChain chain;
+    chain << SslCertificatePtr() << static_cast<x509_st*>(nullptr) << parse(m_leafPem);
+    const SslCertificateChain copy = chain.ownedCopy();
+    QCOMPARE(copy.size(), 3);
+    QVERIFY(!copy.at(0));
+    QVERIFY(copy.at(1)->isEmpty());
+    QCOMPARE(copy.at(2)->subjectCommonName(), text("leaf"));
+    QVERIFY(copy.at(2) != chain.at(2));
 }
 
 void SslCertificateChainTest::typeIsRegisteredAtLoad()
