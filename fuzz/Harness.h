@@ -26,7 +26,8 @@ namespace fuzz {
 
 /*!
     Puts an entry into this thread's OpenSSL error queue and checks, at the end of the scope, that
-    the queue holds this entry and nothing else. Only calls of the library belong into the scope.
+    the queue holds nothing else, and this entry still unless the engine has dropped it. Only calls
+    of the library belong into the scope.
 */
 class ErrorQueueWatch
 {
