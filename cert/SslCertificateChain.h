@@ -72,7 +72,7 @@ public:
 
         \warning Not symmetric, like SslCertificate::equals(). Where elements may be null, test
         `!chain.contains(SslCertificatePtr())` first. With a plain `QList` on the left, `QList`'s
-       own comparison of the pointers runs instead: keep the chain on the left.
+        own comparison of the pointers runs instead: keep the chain on the left.
     */
     bool operator==(const QList<SslCertificatePtr>& other) const;
     bool operator!=(const QList<SslCertificatePtr>& other) const;
