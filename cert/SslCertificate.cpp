@@ -9,7 +9,6 @@
 
 #include <openssl/evp.h>
 #include <openssl/objects.h>
-#include <openssl/pem.h>
 #include <openssl/x509.h>
 
 namespace vela {
@@ -18,14 +17,6 @@ namespace {
 
 constexpr int DIGEST_BUFFER_SIZE = 4096;
 constexpr int OBJECT_TEXT_SIZE = 1024;
-
-X509* parsePem(const char* data, int length)
-{
-    const OpenSslErrorMark mark;
-    // OpenSSL 1.0.2 takes the memory without saying const.
-    const BioHandle bio(BIO_new_mem_buf(const_cast<char*>(data), length));
-    return bio ? PEM_read_bio_X509(bio.get(), nullptr, nullptr, nullptr) : nullptr;
-}
 
 } // namespace
 
@@ -38,7 +29,7 @@ SslCertificate::SslCertificate(x509_st* x509, bool owned)
 
 SslCertificate::SslCertificate(const char* data, int length)
 {
-    setX509(parsePem(data, length), true);
+    setX509(readPem(data, length), true);
 }
 
 SslCertificate::SslCertificate(x509_st* x509, const QString& description, const QString& name,

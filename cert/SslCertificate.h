@@ -7,12 +7,16 @@
 
 #include <QtCore/QByteArray>
 #include <QtCore/QDateTime>
+#include <QtCore/QHash>
 #include <QtCore/QMultiMap>
 #include <QtCore/QObject>
 #include <QtCore/QString>
 #include <QtCore/QStringList>
 
 #include <boost/shared_ptr.hpp>
+
+class QIODevice;
+class QTextStream;
 
 struct asn1_string_st;
 struct env_md_st;
@@ -28,6 +32,12 @@ class SslCertificate;
     "SslCertificatePtr" when the library is loaded. Compare with SslCertificate::equals().
 */
 using SslCertificatePtr = boost::shared_ptr<SslCertificate>;
+
+//! Hashes the pointer, in agreement with its operator==, for `QHash` and `QSet`.
+inline uint qHash(const SslCertificatePtr& certificate, uint seed = 0)
+{
+    return ::qHash(certificate.get(), seed);
+}
 
 /*!
     One X.509 certificate and, beside it, the cipher of the connection on which it was seen.
@@ -64,6 +74,13 @@ using SslCertificatePtr = boost::shared_ptr<SslCertificate>;
     - Keys keep their case but are looked up in upper case: issuerEMail() and subjectEMail() never
       find the "emailAddress" that OpenSSL writes. Read
       `subjectAttributes().value("emailAddress")` instead.
+
+    \section coding PEM and DER
+    The static functions work on handles, the member functions write the object's own certificate.
+    Every handle that is returned belongs to the caller, who frees it with `X509_free`. PEM text is
+    what OpenSSL writes: a line "-----BEGIN CERTIFICATE-----", Base64 in lines of 64 characters, a
+    line "-----END CERTIFICATE-----", each ended by one line feed, nothing before or after. For a
+    null handle nothing is written. Failures show in the result alone: a null handle, empty text.
 
     \section threads Threads
     An object may be read from several threads as long as none changes it. There are no locks.
@@ -241,6 +258,53 @@ public:
     */
     QString cipherDescription(const QString& separator) const;
     //! \}
+
+    //! \name PEM and DER
+    //! See \ref coding.
+    //! \{
+
+    /*!
+        Returns the first certificate in the PEM text of \a length bytes at \a data, or null when
+        there is none or it is damaged. With a \a length of -1 the text ends at its NUL. About
+        encrypted blocks see the constructor from PEM text.
+    */
+    static x509_st* readPem(const char* data, int length);
+
+    //! As above, from a file; one that cannot be opened reads as empty.
+    static x509_st* readPem(const QString& fileName);
+
+    //! Returns the certificate that begins at \a data, or null; bytes after it are ignored.
+    static x509_st* readDer(const unsigned char* data, int length);
+
+    //! Returns the encoded certificate, empty when there is none or it cannot be encoded.
+    static QByteArray encodeDer(x509_st* x509);
+
+    static QString encodePem(x509_st* x509);
+    QString encodePem() const;
+
+    /*!
+        Writes to the beginning of the file, which is created if need be.
+
+        \warning A file that exists is not truncated: when it was longer, its tail stays behind
+        the new text. `QFile::remove(fileName)` first, or write to a `QSaveFile` with the form for
+        devices. A file that cannot be opened is not written, and nothing tells.
+    */
+    static void writePem(x509_st* x509, const QString& fileName);
+    void writePem(const QString& fileName) const;
+
+    //! Writes to \a device, which must be open, or to \a stream.
+    static void writePem(x509_st* x509, QIODevice* device);
+    static void writePem(x509_st* x509, QTextStream* stream);
+    void writePem(QIODevice* device) const;
+    void writePem(QTextStream* stream) const;
+    //! \}
+
+    /*!
+        The ids under which Qt knows, in this order, "SslCertificatePtr",
+       "vela::SslCertificateChain", "vela::CertVerify", "vela::CertAccept" and "vela::CertHostName"
+       while the library is loaded.
+    */
+    static const int g_metaTypes[5];
 
 protected:
     /*!

@@ -24,4 +24,4 @@ target_compile_options(ferrule_header_check PRIVATE -Werror)
 target_include_directories(ferrule_header_check BEFORE PRIVATE
     ${check_dir}/refuse ${PROJECT_BINARY_DIR}/include)
 target_link_libraries(ferrule_header_check PRIVATE
-    ferrule_compiler Qt5::Core Qt5::Network Boost::boost)
+    ferrule_compiler Qt5::Core Qt5::Network Qt5::Xml Boost::boost)

@@ -16,4 +16,16 @@
 #    define FERRULE_EXPORT Q_DECL_IMPORT
 #endif
 
+/*!
+    Mark the declaration and the definition of a template that the library instantiates for its
+    hosts. Windows exports by the definition, other systems by what comes first.
+*/
+#if defined(Q_OS_WIN) && defined(FERRULE_BUILD)
+#    define FERRULE_TEMPLATE_DECLARATION
+#    define FERRULE_TEMPLATE_DEFINITION FERRULE_EXPORT
+#else
+#    define FERRULE_TEMPLATE_DECLARATION FERRULE_EXPORT
+#    define FERRULE_TEMPLATE_DEFINITION
+#endif
+
 #endif

@@ -6,17 +6,27 @@
     because only within a file does the language fix their order.
 */
 
+#include "resources/ResourceTables.h"
 #include "socket/SessionPool.h"
 #include "socket/SslContext.h"
 #include "support/OpenSslLocking.h"
+#include "support/ResourceTree.h"
 
-#include <Ferrule/CertVerify.h>
+#include <Ferrule/CertificateStore.h>
 #include <Ferrule/SslCertificate.h>
+#include <Ferrule/SslCertificateChain.h>
 
 #include <QtCore/QIODevice>
 #include <QtCore/QMetaType>
 
 namespace vela {
+
+namespace {
+
+const ResourceTree certificatesTree(CERTIFICATES_RESOURCES);
+const ResourceTree translationsTree(TRANSLATIONS_RESOURCES);
+
+} // namespace
 
 SessionPool gSessionPool;
 
@@ -49,17 +59,36 @@ const QString SslCertificate::ATTR_EMAIL = QString::fromLatin1("EMail");
 
 namespace {
 
+template <typename Type>
+int registerType(const char* name)
+{
+    return qRegisterMetaType<Type>(name);
+}
+
+} // namespace
+
+// A list in braces is evaluated from left to right.
+const int SslCertificate::g_metaTypes[] = {
+    registerType<SslCertificatePtr>("SslCertificatePtr"),
+    registerType<SslCertificateChain>("vela::SslCertificateChain"),
+    registerType<CertVerify>("vela::CertVerify"),
+    registerType<CertAccept>("vela::CertAccept"),
+    registerType<CertHostName>("vela::CertHostName"),
+};
+
+const int CertificateStore::g_metaTypes[] = {registerType<CertTrust>("vela::CertTrust")};
+
+namespace {
+
 /*
     The types are registered by name and withdrawn again at unload. Q_DECLARE_METATYPE would make
     them permanent, with functions that lie in this library, and the next queued signal after an
     unload would call them.
 */
-class MetaTypeStartup
+class MetaTypeWithdrawal
 {
 public:
-    MetaTypeStartup()
-        : m_ids{qRegisterMetaType<SslCertificatePtr>("SslCertificatePtr"),
-                qRegisterMetaType<CertVerify>("vela::CertVerify")}
+    MetaTypeWithdrawal()
     {
         // Qt looks this up by name when connectToHost() is called from another thread. As an alias
         // of a type that Qt brings along it may stay when the library goes.
@@ -67,18 +96,22 @@ public:
         QMetaType::registerNormalizedTypedef(QByteArray("OpenMode"), QMetaType::Int);
     }
 
-    ~MetaTypeStartup()
+    ~MetaTypeWithdrawal()
     {
-        for (int id : m_ids)
+        for (int id : SslCertificate::g_metaTypes)
+            QMetaType::unregisterType(id);
+        for (int id : CertificateStore::g_metaTypes)
             QMetaType::unregisterType(id);
     }
-
-private:
-    const int m_ids[2];
 };
 
-const MetaTypeStartup metaTypeStartup;
+const MetaTypeWithdrawal metaTypeWithdrawal;
 
 } // namespace
+
+const SslCertificateChain CertificateStore::EMPTY_CHAIN;
+const CertTrust CertificateStore::EMPTY_TRUST;
+
+CertificateStore* CertificateStore::gGlobalInstance[2] = {nullptr, nullptr};
 
 } // namespace vela

@@ -2,6 +2,8 @@
 #ifndef FERRULE_RECURSIVEMUTEX_H
 #define FERRULE_RECURSIVEMUTEX_H
 
+#include <Ferrule/Export.h>
+
 #include <QtCore/QMutex>
 
 namespace vela {
@@ -10,7 +12,7 @@ namespace vela {
     A `QMutex` in recursive mode that `std::lock_guard` takes, and that ThreadSanitizer sees: Qt's
     own libraries are not built with it, so it would miss what this mutex protects.
 */
-class RecursiveMutex
+class FERRULE_EXPORT RecursiveMutex
 {
 public:
     void lock();

@@ -1,0 +1,158 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "cert/SslCertificateChain.h"
+
+#include "cert/OpenSslErrorMark.h"
+#include "cert/PemText.h"
+#include "support/OpenSslHandles.h"
+
+#include <openssl/pem.h>
+
+#include <algorithm>
+
+template class FERRULE_TEMPLATE_DEFINITION QList<vela::SslCertificatePtr>;
+
+namespace vela {
+
+SslCertificateChain::SslCertificateChain() = default;
+SslCertificateChain::SslCertificateChain(const SslCertificateChain& other) = default;
+SslCertificateChain& SslCertificateChain::operator=(const SslCertificateChain& other) = default;
+SslCertificateChain::~SslCertificateChain() = default;
+
+SslCertificateChain::SslCertificateChain(const QList<SslCertificatePtr>& certificates)
+    : QList<SslCertificatePtr>(certificates)
+{
+}
+
+SslCertificateChain::SslCertificateChain(const QList<x509_st*>& handles)
+{
+    *this << handles;
+}
+
+SslCertificateChain& SslCertificateChain::operator=(const QList<x509_st*>& handles)
+{
+    clear();
+    return *this << handles;
+}
+
+SslCertificateChain& SslCertificateChain::operator<<(const QList<x509_st*>& handles)
+{
+    for (x509_st* handle : handles)
+        *this << handle;
+    return *this;
+}
+
+SslCertificateChain& SslCertificateChain::operator<<(x509_st* handle)
+{
+    return *this << SslCertificatePtr(new SslCertificate(handle, false));
+}
+
+SslCertificateChain& SslCertificateChain::operator<<(const SslCertificatePtr& certificate)
+{
+    append(certificate);
+    return *this;
+}
+
+bool SslCertificateChain::operator==(const QList<SslCertificatePtr>& other) const
+{
+    return size() == other.size()
+           && std::equal(begin(), end(), other.begin(), &SslCertificate::equals);
+}
+
+bool SslCertificateChain::operator!=(const QList<SslCertificatePtr>& other) const
+{
+    return !(*this == other);
+}
+
+bool SslCertificateChain::isEmpty() const
+{
+    const SslCertificatePtr certificate = endCert();
+    return !certificate || certificate->isEmpty();
+}
+
+SslCertificatePtr SslCertificateChain::endCert()
+{
+    detach();
+    return qAsConst(*this).endCert();
+}
+
+SslCertificatePtr SslCertificateChain::endCert() const
+{
+    return value(0);
+}
+
+SslCertificatePtr SslCertificateChain::rootCert()
+{
+    detach();
+    return qAsConst(*this).rootCert();
+}
+
+SslCertificatePtr SslCertificateChain::rootCert() const
+{
+    return value(size() - 1);
+}
+
+QList<x509_st*> SslCertificateChain::readPem(const char* data, int length)
+{
+    QList<x509_st*> handles;
+    const OpenSslErrorMark mark;
+    // OpenSSL 1.0.2 takes the memory without saying const.
+    const BioHandle bio(BIO_new_mem_buf(const_cast<char*>(data), length));
+    if (!bio)
+        return handles;
+    while (x509_st* handle = PEM_read_bio_X509(bio.get(), nullptr, nullptr, nullptr))
+        handles.append(handle);
+    return handles;
+}
+
+void SslCertificateChain::release(QList<x509_st*>& handles)
+{
+    for (x509_st* handle : qAsConst(handles))
+        X509_free(handle);
+    handles.clear();
+}
+
+QString SslCertificateChain::encodePem() const
+{
+    return textOf([this](QTextStream* stream) { writePem(stream); });
+}
+
+void SslCertificateChain::writePem(const QString& fileName) const
+{
+    writeTextTo(fileName, [this](QTextStream* stream) { writePem(stream); });
+}
+
+void SslCertificateChain::writePem(QIODevice* device) const
+{
+    writeTextTo(device, [this](QTextStream* stream) { writePem(stream); });
+}
+
+void SslCertificateChain::writePem(QTextStream* stream) const
+{
+    for (const SslCertificatePtr& certificate : *this) {
+        if (certificate)
+            certificate->writePem(stream);
+    }
+}
+
+QString SslCertificateChain::encodePem(QList<x509_st*> handles)
+{
+    return textOf([&handles](QTextStream* stream) { writePem(handles, stream); });
+}
+
+void SslCertificateChain::writePem(QList<x509_st*> handles, const QString& fileName)
+{
+    writeTextTo(fileName, [&handles](QTextStream* stream) { writePem(handles, stream); });
+}
+
+void SslCertificateChain::writePem(QList<x509_st*> handles, QIODevice* device)
+{
+    writeTextTo(device, [&handles](QTextStream* stream) { writePem(handles, stream); });
+}
+
+void SslCertificateChain::writePem(QList<x509_st*> handles, QTextStream* stream)
+{
+    for (x509_st* handle : qAsConst(handles))
+        SslCertificate::writePem(handle, stream);
+}
+
+} // namespace vela
