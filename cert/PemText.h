@@ -8,6 +8,15 @@
 namespace vela {
 
 /*!
+    Opens \a file; false when that fails. Unlike `QFile::open()` it says nothing on Qt's warning
+    channel about an empty name.
+*/
+inline bool openQuietly(QFile* file, QIODevice::OpenMode mode)
+{
+    return !file->fileName().isEmpty() && file->open(mode);
+}
+
+/*!
     Returns what \a write, called with a `QTextStream*`, writes.
 */
 template <typename Write>
@@ -38,7 +47,7 @@ template <typename Write>
 void writeTextTo(const QString& fileName, Write write)
 {
     QFile file(fileName);
-    if (file.open(QIODevice::ReadWrite))
+    if (openQuietly(&file, QIODevice::ReadWrite))
         writeTextTo(&file, write);
 }
 

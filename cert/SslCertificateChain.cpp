@@ -5,10 +5,14 @@
 #include "cert/PemText.h"
 #include "support/OpenSslHandles.h"
 
+#include <QtCore/QSet>
+#include <QtCore/QVector>
+
 #include <openssl/pem.h>
 
 #include <algorithm>
 
+// With QSet's and QVector's headers at hand the list's conversions are instantiated, too.
 template class FERRULE_TEMPLATE_DEFINITION QList<vela::SslCertificatePtr>;
 
 namespace vela {

@@ -20,7 +20,7 @@ x509_st* SslCertificate::readPem(const char* data, int length)
 x509_st* SslCertificate::readPem(const QString& fileName)
 {
     QFile file(fileName);
-    const bool isOpen = file.open(QIODevice::ReadOnly | QIODevice::Unbuffered);
+    const bool isOpen = openQuietly(&file, QIODevice::ReadOnly | QIODevice::Unbuffered);
     const QByteArray text = isOpen ? file.readAll() : QByteArray();
     return readPem(text.constData(), text.size());
 }

@@ -18,9 +18,10 @@
 
 /*!
     Mark the declaration and the definition of a template that the library instantiates for its
-    hosts. Windows exports by the definition, other systems by what comes first.
+    hosts. Microsoft's compilers export by the definition; all others, on Windows too, heed only the
+    declaration.
 */
-#if defined(Q_OS_WIN) && defined(FERRULE_BUILD)
+#if defined(Q_CC_MSVC) && defined(FERRULE_BUILD)
 #    define FERRULE_TEMPLATE_DECLARATION
 #    define FERRULE_TEMPLATE_DEFINITION FERRULE_EXPORT
 #else

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "tests/common/ClientHello.h"
 
+#include "tests/common/FreshPort.h"
+
 #include <QtCore/QDataStream>
 #include <QtNetwork/QTcpSocket>
 #include <QtTest/QtTest>
@@ -69,7 +71,9 @@ ClientHello parse(const QByteArray& record)
 HelloCollector::HelloCollector(quint16 port)
 {
     connect(this, &QTcpServer::newConnection, this, &HelloCollector::acceptConnections);
-    if (!listen(QHostAddress::LocalHost, port))
+    if (port == 0)
+        listenOnFreshPort(this);
+    else if (!listen(QHostAddress::LocalHost, port))
         qFatal("cannot listen on loopback: %s", qPrintable(errorString()));
 }
 

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "tests/common/PeerProcess.h"
 
+#include "tests/common/FreshPort.h"
+
 #include <QtCore/QDeadlineTimer>
 #include <QtCore/QEventLoop>
 #include <QtCore/QStandardPaths>
@@ -26,7 +28,8 @@ constexpr int RETRY_PAUSE_MS = 20;
 quint16 freePort()
 {
     QTcpServer server;
-    return server.listen(QHostAddress::LocalHost) ? server.serverPort() : 0;
+    listenOnFreshPort(&server);
+    return server.serverPort();
 }
 
 } // namespace

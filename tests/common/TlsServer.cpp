@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "tests/common/TlsServer.h"
 
+#include "tests/common/FreshPort.h"
+
 namespace test {
 
 TlsServer::TlsServer(QObject* parent)
@@ -14,8 +16,7 @@ TlsServer::TlsServer(const Identity& identity, QObject* parent)
     , m_keyPath(m_directory.writeKey(QStringLiteral("key.pem"), identity))
 {
     connect(this, &QTcpServer::newConnection, this, &TlsServer::adoptConnections);
-    if (!listen(QHostAddress::LocalHost))
-        qFatal("cannot listen on loopback: %s", qPrintable(errorString()));
+    listenOnFreshPort(this);
 }
 
 void TlsServer::adoptConnections()

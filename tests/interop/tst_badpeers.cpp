@@ -2,6 +2,7 @@
 // What a host is told when the other side is not there, does not speak TLS, or falls silent.
 
 #include "tests/common/EnginePeer.h"
+#include "tests/common/FreshPort.h"
 #include "tests/interop/EngineOracle.h"
 #include "tests/interop/ErrorLog.h"
 #include "tests/interop/TlsPeers.h"
@@ -69,7 +70,7 @@ public:
             else
                 connect(peer, &QIODevice::readyRead, this, [=] { act(peer); });
         });
-        listen(QHostAddress::LocalHost);
+        test::listenOnFreshPort(this);
     }
 };
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // What a host is told about files and cipher lists that TLS cannot use.
 
+#include "tests/common/FreshPort.h"
 #include "tests/interop/EngineOracle.h"
 #include "tests/interop/ErrorLog.h"
 #include "tests/interop/TlsPeers.h"
@@ -79,7 +80,7 @@ QString tst_BadSettings::path(const char* name) const
 QString tst_BadSettings::failureOfClient(SslSocket* client)
 {
     QTcpServer server;
-    server.listen(QHostAddress::LocalHost);
+    test::listenOnFreshPort(&server);
     ErrorLog log(client);
     client->connectToHost(QStringLiteral("127.0.0.1"), server.serverPort());
     if (!log.waitForErrors(1))

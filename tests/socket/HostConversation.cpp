@@ -2,6 +2,7 @@
 #include "HostConversation.h"
 
 #include "EventWait.h"
+#include "tests/common/FreshPort.h"
 
 #include <utility>
 
@@ -39,9 +40,8 @@ HostConversation::HostConversation(SslSocket::Mode role)
 {
     m_socket->setPathToCertificate(serverFiles().certificate);
     m_socket->setPathToPrivateKey(serverFiles().key);
-    if (!m_listener.listen(QHostAddress::LocalHost)
-        || !m_deafListener.listen(QHostAddress::LocalHost))
-        qFatal("cannot listen on loopback");
+    test::listenOnFreshPort(&m_listener);
+    test::listenOnFreshPort(&m_deafListener);
     connect(&m_listener, &QTcpServer::newConnection, this,
             [this] { takePeer(m_listener.nextPendingConnection()); });
 }

@@ -3,6 +3,7 @@
 #define FERRULE_TESTS_TCPPAIR_H
 
 #include "EventWait.h"
+#include "tests/common/FreshPort.h"
 
 #include <QtNetwork/QTcpServer>
 #include <QtNetwork/QTcpSocket>
@@ -15,8 +16,7 @@ struct TcpPair
     TcpPair()
     {
         QTcpServer listener;
-        if (!listener.listen(QHostAddress::LocalHost))
-            qFatal("cannot listen on loopback: %s", qPrintable(listener.errorString()));
+        listenOnFreshPort(&listener);
         near = new QTcpSocket;
         near->connectToHost(QHostAddress::LocalHost, listener.serverPort());
         const bool connected = waitFor([&] {

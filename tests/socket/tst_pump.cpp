@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "tests/common/EnginePeer.h"
+#include "tests/common/FreshPort.h"
 #include "tests/common/SignalLog.h"
 #include "tests/common/TlsServer.h"
 
@@ -28,7 +29,7 @@ class BareServer : public QTcpServer
 public:
     explicit BareServer(const test::Identity& identity, unsigned long options = 0)
     {
-        listen(QHostAddress::LocalHost);
+        test::listenOnFreshPort(this);
         connect(this, &QTcpServer::newConnection, this, [this, identity, options] {
             peer = std::make_unique<EnginePeer>(EnginePeer::Server, nextPendingConnection(),
                                                 identity, options);
@@ -413,7 +414,7 @@ void PumpTest::renegotiationDoesNotHoldDataBack()
 void PumpTest::unknownModeStartsNoHandshake()
 {
     QTcpServer server;
-    QVERIFY(server.listen(QHostAddress::LocalHost));
+    test::listenOnFreshPort(&server);
     auto* transport = new QTcpSocket;
     transport->connectToHost(LOCALHOST, server.serverPort());
     QVERIFY(transport->waitForConnected(5000));

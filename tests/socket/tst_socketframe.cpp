@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "tests/common/EnginePeer.h"
+#include "tests/common/FreshPort.h"
 #include "tests/common/SignalLog.h"
 #include "tests/common/TlsServer.h"
 
@@ -27,7 +28,7 @@ struct PlainPair
 {
     PlainPair()
     {
-        server.listen(QHostAddress::LocalHost);
+        test::listenOnFreshPort(&server);
         near = new QTcpSocket;
         near->connectToHost(LOCALHOST, server.serverPort());
         server.waitForNewConnection(5000);
@@ -244,7 +245,7 @@ void SocketFrameTest::connectToHostTwiceWarnsAndChangesNothing()
 {
     test::TlsServer server;
     QTcpServer other;
-    QVERIFY(other.listen(QHostAddress::LocalHost));
+    test::listenOnFreshPort(&other);
     QSignalSpy otherConnections(&other, &QTcpServer::newConnection);
     SslSocket socket(SslSocket::Client);
     QSignalSpy connected(&socket, &QAbstractSocket::connected);

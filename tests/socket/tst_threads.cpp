@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "EventWait.h"
 
+#include "tests/common/FreshPort.h"
 #include "tests/common/TestCertificates.h"
 
 #include <Ferrule/SslSocket.h>
@@ -46,8 +47,7 @@ public:
         : m_certificate(std::move(certificate))
         , m_key(std::move(key))
     {
-        if (!listen(QHostAddress::LocalHost))
-            qFatal("cannot listen on loopback: %s", qPrintable(errorString()));
+        test::listenOnFreshPort(this);
     }
 
 private:
