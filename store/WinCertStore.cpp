@@ -14,7 +14,7 @@ namespace vela {
 namespace {
 
 //! CertControlStore() knows no such flag; it is what this store has always passed.
-constexpr DWORD CONTROL_FLAGS = 2;
+constexpr DWORD WATCH_FLAGS = 2;
 
 constexpr int MESSAGE_LENGTH = 4096;
 
@@ -81,7 +81,7 @@ WinCertStore::WinCertStore(QObject* parent)
 {
     m_rootStore = platform().openSystemStore(0, L"ROOT");
     m_changeEvent = platform().createEvent(FALSE, FALSE);
-    platform().controlStore(m_rootStore, CONTROL_FLAGS, CERT_STORE_CTRL_NOTIFY_CHANGE,
+    platform().controlStore(m_rootStore, WATCH_FLAGS, CERT_STORE_CTRL_NOTIFY_CHANGE,
                             &m_changeEvent);
     platform().registerWait(&m_waitHandle, m_changeEvent, storeModifiedCallback, this, INFINITE, 0);
     m_extraStore = platform().openStore(CERT_STORE_PROV_MEMORY, X509_ASN_ENCODING, 0,
@@ -96,7 +96,7 @@ WinCertStore::~WinCertStore()
     if (m_extraStore)
         platform().closeStore(m_extraStore, CERT_CLOSE_STORE_FORCE_FLAG);
     if (m_rootStore) {
-        platform().controlStore(m_rootStore, CONTROL_FLAGS, CERT_STORE_CTRL_CANCEL_NOTIFY,
+        platform().controlStore(m_rootStore, WATCH_FLAGS, CERT_STORE_CTRL_CANCEL_NOTIFY,
                                 &m_changeEvent);
         platform().closeStore(m_rootStore, CERT_CLOSE_STORE_FORCE_FLAG);
     }
@@ -214,8 +214,8 @@ SslCertificateChain WinCertStore::toCertChain(PCCERT_CHAIN_CONTEXT chainContext)
 void WinCertStore::resetChainEngine()
 {
     // Also asks for the next notification.
-    platform().controlStore(m_rootStore, CONTROL_FLAGS, CERT_STORE_CTRL_RESYNC, &m_changeEvent);
-    platform().controlStore(m_extraStore, CONTROL_FLAGS, CERT_STORE_CTRL_RESYNC, &m_changeEvent);
+    platform().controlStore(m_rootStore, WATCH_FLAGS, CERT_STORE_CTRL_RESYNC, &m_changeEvent);
+    platform().controlStore(m_extraStore, WATCH_FLAGS, CERT_STORE_CTRL_RESYNC, &m_changeEvent);
     if (m_chainEngine)
         platform().freeChainEngine(m_chainEngine);
     m_chainEngine = createChainEngine(&m_extraStore);
