@@ -1,13 +1,14 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: BSD-3-Clause
-# Shows ferrule-client and ferrule-server at work, with certificates made on the spot.
-# Usage: demo.sh <directory with the two programs>. Ends with 1 if anything is not as it should be.
+# Shows the example programs at work, with certificates made on the spot.
+# Usage: demo.sh <directory with the programs>. Ends with 1 if anything is not as it should be.
 set -u
 
-[ $# -eq 1 ] || { echo "usage: $0 <directory with ferrule-client and ferrule-server>" >&2; exit 2; }
+[ $# -eq 1 ] || { echo "usage: $0 <directory with the example programs>" >&2; exit 2; }
 client=$1/ferrule-client
 server=$1/ferrule-server
-for program in "$client" "$server"; do
+certificates=$1/ferrule-certificates
+for program in "$client" "$server" "$certificates"; do
     [ -x "$program" ] || { echo "$0: $program is not there; build it first" >&2; exit 2; }
 done
 command -v openssl >/dev/null || { echo "$0: needs the openssl command" >&2; exit 2; }
@@ -46,7 +47,19 @@ run() {
     exit 1
 }
 
+# Shows a file of certificates. inspect <output> <status> <argument...>
+inspect() {
+    local output=$1 expected=$2 status=0
+    shift 2
+    "$certificates" "$@" >"$output" 2>&1 || status=$?
+    [ "$status" -eq "$expected" ] && return
+    cat "$output"
+    echo "!! ferrule-certificates ended with status $status instead of $expected"
+    exit 1
+}
+
 judgement='^\(verdict\|host name\|description\|ferrule\)'
+stored='^\(bundle\|file\|certificate\|trust\|verdict\|judgement\|caution\)'
 
 make_certificates() {
     openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj '/O=Ferrule demo/CN=Demo Authority' \
@@ -115,5 +128,34 @@ say "A server with a self-signed certificate"
 run /dev/null "$work/echo" 6 127.0.0.1 --require-ok
 expect "$work/report" "$judgement" 'verdict      self-signed'
 stop_server
+
+say "The chain of the first server in a file, shown with the bundle of public roots"
+cat "$work/server.pem" "$work/ca.pem" >"$work/chain.pem"
+inspect "$work/shown" 0 --pem "$work/copy.pem" --der "$work/end.der" "$work/chain.pem"
+expect "$work/shown" '.' ':/Certificates/RootCerts.pem: 168 imported, recorded as always' \
+    'certificate  1 of 2: end certificate' 'certificate  2 of 2: root' \
+    'serial       2A' 'public key   rsaEncryption, 2048 bits' \
+    'verdict      failed: not in the bundle' 'judgement    unknown authority'
+
+say "The same chain, with a bundle of the demo's own authority"
+inspect "$work/shown" 0 --bundle "$work/ca.pem" "$work/chain.pem"
+expect "$work/shown" "$stored" 'ca.pem: 1 imported, recorded as always' \
+    'trust        state 0, accept always, mark -1' 'verdict      unknown: in the bundle' \
+    'judgement    accepted: the bundle holds the last certificate'
+
+say "The server's certificate alone, in DER, with the authority recorded as refused"
+inspect "$work/shown" 0 --accept never --bundle "$work/ca.pem" "$work/end.der"
+expect "$work/shown" "$stored" 'end.der: DER, certificates: 1' 'judgement    refused' \
+    'no path validation'
+cmp "$work/chain.pem" "$work/copy.pem" || { echo "!! the copy of the chain differs"; exit 1; }
+openssl x509 -in "$work/server.pem" -outform DER | cmp - "$work/end.der" \
+    || { echo "!! the DER file differs from OpenSSL's"; exit 1; }
+echo "   The files that were written back equal the chain, and OpenSSL's DER, byte for byte."
+
+say "A file with a damaged block"
+{ cat "$work/server.pem"; sed '2s/^......../########/' "$work/ca.pem"; } >"$work/damaged.pem"
+inspect "$work/shown" 3 "$work/damaged.pem"
+expect "$work/shown" '^\(judgement\|ferrule\)' 'judgement    none' \
+    'certificates read before the damage: 1, not read: 1'
 
 say "All as it should be."

@@ -83,7 +83,8 @@ int CertificateStore::removeCertificate(int index)
     const Lock lock(*m_mutex);
     if (index < 0 || index >= count())
         return -1;
-    m_chains.removeAt(index);
+    // Goes last: a certificate's destroyed() may call back into the store.
+    const SslCertificateChain removed = m_chains.takeAt(index);
     m_index->remove(index);
     return index;
 }
@@ -96,7 +97,8 @@ int CertificateStore::removeCertificate(SslCertificatePtr cert)
 void CertificateStore::clear()
 {
     const Lock lock(*m_mutex);
-    m_chains = QList<SslCertificateChain>();
+    QList<SslCertificateChain> removed; // Goes last, as above.
+    m_chains.swap(removed);
     m_index->clear();
     m_trust = QMap<QByteArray, CertTrust>();
 }

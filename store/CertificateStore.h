@@ -19,7 +19,7 @@ class RecursiveMutex;
 
 /*!
     Keeps certificate chains, each under its end certificate, and a trust record for each
-   certificate that somebody has asked one for.
+    certificate that somebody has asked one for.
 
     A certificate is judged only through the chain that was stored for it: add the chain that a
     connection brought, then ask verify().

@@ -2,6 +2,7 @@
 #include "client/Client.h"
 
 #include "client/PeerReport.h"
+#include "common/CertificateRows.h"
 #include "common/Console.h"
 #include "common/Platform.h"
 

@@ -10,9 +10,6 @@ namespace vela {
 class SslSocket;
 }
 
-//! Returns the name of \a verdict: "OK", "self-signed", ...
-QString verdictName(vela::CertVerify verdict);
-
 /*!
     Describes the connection of \a socket in lines for a human reader: the verdict, the cipher, the
     session and the peer's certificate. To be called with what connectionVerificationDone() says,

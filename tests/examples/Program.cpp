@@ -147,6 +147,28 @@ quint16 OpenSslServer::port()
     return text.left(text.indexOf('\n')).trimmed().toUShort();
 }
 
+CertificatesProgram::CertificatesProgram(const QStringList& arguments)
+    : Program(QStringLiteral(CERTIFICATES_PROGRAM), arguments)
+{
+}
+
+int CertificatesProgram::run(const QByteArray& input)
+{
+    start();
+    write(input);
+    return finishInput();
+}
+
+bool CertificatesProgram::shows(const QByteArray& line) const
+{
+    return output().split('\n').contains(line);
+}
+
+QStringList words(const char* text)
+{
+    return QString::fromLatin1(text).split(QLatin1Char(' '), Qt::SkipEmptyParts);
+}
+
 QByteArray randomBytes(int size, quint32 seed)
 {
     QByteArray bytes((size + 3) / 4 * 4, Qt::Uninitialized);

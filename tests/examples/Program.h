@@ -79,6 +79,21 @@ private:
     quint16 m_port = 0;
 };
 
+/*! ferrule-certificates with \a arguments. */
+class CertificatesProgram : public Program
+{
+    Q_OBJECT
+
+public:
+    explicit CertificatesProgram(const QStringList& arguments);
+
+    //! Runs the program with \a input on its standard input; returns the exit status.
+    int run(const QByteArray& input = QByteArray());
+
+    //! Returns true if \a line is one of the lines of the output.
+    bool shows(const QByteArray& line) const;
+};
+
 /*! `openssl s_server` on a free port, with a certificate of \a authority for 127.0.0.1. */
 class OpenSslServer : public Program
 {
@@ -94,6 +109,9 @@ private:
     PemDirectory m_directory;
 };
 
+//! Returns the words between the blanks of \a text.
+QStringList words(const char* text);
+
 //! Returns \a size bytes that look random and are the same for the same \a seed.
 QByteArray randomBytes(int size, quint32 seed);
 
@@ -101,5 +119,9 @@ QByteArray randomBytes(int size, quint32 seed);
 bool isOneLine(const QByteArray& text);
 
 } // namespace test
+
+#define VERIFY_SHOWS(program, line)                                                                \
+    QVERIFY2((program).shows(line),                                                                \
+             QByteArray(QByteArray(line) + "\nis not in\n" + (program).output()).constData())
 
 #endif

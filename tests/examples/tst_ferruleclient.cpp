@@ -16,11 +16,6 @@ namespace {
 
 constexpr bool ENGINE_HAS_TLS13 = OPENSSL_VERSION_NUMBER >= 0x10101000L;
 
-QStringList words(const char* text)
-{
-    return QString::fromLatin1(text).split(QLatin1Char(' '), Qt::SkipEmptyParts);
-}
-
 int connectOnce(ClientProgram& client)
 {
     client.start();

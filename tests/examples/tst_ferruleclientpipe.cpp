@@ -31,11 +31,6 @@ QByteArray digest(const QByteArray& data)
     return QCryptographicHash::hash(data, QCryptographicHash::Sha256).toHex();
 }
 
-QStringList words(const char* text)
-{
-    return QString::fromLatin1(text).split(QLatin1Char(' '), Qt::SkipEmptyParts);
-}
-
 /*! A named pipe that the test reads when it pleases. */
 class Fifo
 {

@@ -21,11 +21,6 @@ namespace {
 
 constexpr int MEBIBYTE = 1024 * 1024;
 
-QStringList words(const char* text)
-{
-    return QString::fromLatin1(text).split(QLatin1Char(' '), Qt::SkipEmptyParts);
-}
-
 QByteArray digest(const QByteArray& data)
 {
     return QCryptographicHash::hash(data, QCryptographicHash::Sha256).toHex();
