@@ -91,7 +91,7 @@ void CertificateExtensions::readBasicConstraints(X509* x509)
     if (!constraints->pathlen)
         return;
     basicConstraints->pathLength = ASN1_INTEGER_get(constraints->pathlen);
-    if (*basicConstraints->pathLength < 0 || !basicConstraints->isAuthority)
+    if (*basicConstraints->pathLength < 0)
         isMalformed = true;
 }
 

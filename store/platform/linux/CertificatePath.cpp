@@ -135,18 +135,17 @@ void PathJudge::judgeAuthority(std::size_t index)
         addError(index, CERT_TRUST_IS_NOT_VALID_FOR_USAGE);
 }
 
+//! Marks the authorities that are too many below the one at \a index.
 void PathJudge::judgePathLength(std::size_t index)
 {
     const auto& constraints = certificate(index).extensions().basicConstraints;
     if (!constraints || !constraints->pathLength)
         return;
-    long authoritiesBelow = 0;
-    for (std::size_t i = 1; i < index; ++i) {
-        if (!certificate(i).isSelfIssued())
-            ++authoritiesBelow;
+    long remaining = *constraints->pathLength;
+    for (std::size_t i = index - 1; i > 0; --i) {
+        if (!certificate(i).isSelfIssued() && remaining-- <= 0)
+            addError(i, CERT_TRUST_INVALID_BASIC_CONSTRAINTS);
     }
-    if (authoritiesBelow > *constraints->pathLength)
-        addError(index, CERT_TRUST_INVALID_BASIC_CONSTRAINTS);
 }
 
 DWORD nameConstraintError(int engineError)
