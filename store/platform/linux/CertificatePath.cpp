@@ -14,11 +14,14 @@ namespace {
 
 constexpr const char* ANY_USAGE = "2.5.29.37.0";
 
+//! Frees stacks that do not own what they hold.
 struct StackDeleter
 {
     void operator()(STACK_OF(X509) * stack) const { sk_X509_free(stack); }
+    void operator()(STACK_OF(ASN1_OBJECT) * stack) const { sk_ASN1_OBJECT_free(stack); }
 };
-using BorrowedStack = std::unique_ptr<STACK_OF(X509), StackDeleter>;
+using CertificateStack = std::unique_ptr<STACK_OF(X509), StackDeleter>;
+using PolicyStack = std::unique_ptr<STACK_OF(ASN1_OBJECT), StackDeleter>;
 
 /*! Collects every error of one path. */
 class PathJudge
@@ -214,12 +217,14 @@ void PathJudge::judgePolicies()
     if (!isDemanded || m_judged.chain.dwErrorStatus != CERT_TRUST_NO_ERROR)
         return;
     const OpenSslErrorMark mark;
-    const BorrowedStack stack(sk_X509_new_null());
+    const CertificateStack certificates(sk_X509_new_null());
     for (const PathElement& element : elements)
-        sk_X509_push(stack.get(), element.certificate->x509());
+        sk_X509_push(certificates.get(), element.certificate->x509());
+    const PolicyStack anyPolicy(sk_ASN1_OBJECT_new_null());
+    sk_ASN1_OBJECT_push(anyPolicy.get(), OBJ_nid2obj(NID_any_policy));
     X509_POLICY_TREE* tree = nullptr;
     int isExplicit = 0;
-    if (X509_policy_check(&tree, &isExplicit, stack.get(), nullptr, 0) != 1)
+    if (X509_policy_check(&tree, &isExplicit, certificates.get(), anyPolicy.get(), 0) != 1)
         m_judged.chain.dwErrorStatus |= CERT_TRUST_INVALID_POLICY_CONSTRAINTS;
     X509_policy_tree_free(tree);
 }
