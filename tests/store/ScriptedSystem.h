@@ -3,9 +3,9 @@
 #define FERRULE_TESTS_SCRIPTEDSYSTEM_H
 
 #include "ScriptedTrustPlatform.h"
+#include "StoreCertificates.h"
 
 #include "tests/common/LogStream.h"
-#include "tests/common/TestCertificates.h"
 
 #include <Ferrule/WinCertStore.h>
 
@@ -34,12 +34,6 @@ private:
     }
 };
 
-//! Does not own the certificate: the identity does.
-inline vela::SslCertificatePtr wrap(const Identity& identity)
-{
-    return vela::SslCertificatePtr(new vela::SslCertificate(identity.x509(), false));
-}
-
 /*! What a test of a system store begins with: a scripted system that knows the certificates' names.
  */
 struct ScriptedSystem
@@ -49,15 +43,6 @@ struct ScriptedSystem
         platform.nameCertificate(certificates.root.der(), QStringLiteral("root"));
         platform.nameCertificate(certificates.middle.der(), QStringLiteral("middle"));
         platform.nameCertificate(certificates.leaf.der(), QStringLiteral("leaf"));
-    }
-
-    //! The chain of these certificates.
-    vela::SslCertificateChain chain(std::initializer_list<Identity> identities) const
-    {
-        vela::SslCertificateChain chain;
-        for (const Identity& identity : identities)
-            chain << wrap(identity);
-        return chain;
     }
 
     const TestChain& certificates = TestChain::instance();

@@ -58,7 +58,7 @@ void CertificateStoreInstancesTest::storesAreSystemStores()
     const std::unique_ptr<CertificateStore> store(CertificateStore::newCertStore());
     QVERIFY(qobject_cast<vela::WinCertStore*>(store.get()));
     m_system->platform.setReport({CERT_TRUST_IS_NOT_TIME_VALID, 0, {}});
-    QCOMPARE(store->verify(m_system->chain({m_system->certificates.leaf})), vela::VerifyExpired);
+    QCOMPARE(store->verify(wrapAll({m_system->certificates.leaf})), vela::VerifyExpired);
 }
 
 void CertificateStoreInstancesTest::storeIsMadeByTheFirstCall()

@@ -257,7 +257,7 @@ void WinCertStoreTest::failedPreparationLeavesNoEngine()
         QCOMPARE(system.log.text(), engineFailure(8));
         QCOMPARE(updated.size(), 1);
         system.platform.takeCalls();
-        store.verify(system.chain({system.certificates.leaf}));
+        store.verify(wrapAll({system.certificates.leaf}));
         QVERIFY(system.platform.takeCalls()
                     .join(QLatin1Char('\n'))
                     .contains(QLatin1String("getCertificateChain null context of leaf")));
@@ -312,8 +312,8 @@ void WinCertStoreTest::timedOutWaitMeansNothing()
 void WinCertStoreTest::notificationReachesTheStoresThread()
 {
     ScriptedSystem system;
+    QThread thread; // Outlives the store that is moved to it.
     vela::WinCertStore store(nullptr);
-    QThread thread;
     QThread* emittingThread = nullptr;
     int emissions = 0;
     connect(

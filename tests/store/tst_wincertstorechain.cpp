@@ -40,7 +40,7 @@ void WinCertStoreChainTest::certificatesOfAllChainsComeInOrder()
     const ScriptedChain context(
         {0, 0, {{0, {{0, made.leaf.der()}, {0, made.middle.der()}}}, {0, {{0, made.root.der()}}}}});
     const vela::SslCertificateChain chain = store.toCertChain(context.get());
-    QVERIFY(chain == system.chain({made.leaf, made.middle, made.root}));
+    QVERIFY(chain == wrapAll({made.leaf, made.middle, made.root}));
     QCOMPARE(chain.endCert()->subjectCommonName(), QStringLiteral("localhost"));
     QCOMPARE(chain.rootCert()->subjectCommonName(), QStringLiteral("root"));
 }
@@ -52,7 +52,7 @@ void WinCertStoreChainTest::chainOutlivesTheReport()
     {
         ExposedStore store;
         system.platform.setReport({0, 0, {{0, {{0, system.certificates.leaf.der()}}}}});
-        const auto context = store.createWinCryptChain(system.chain({system.certificates.leaf}));
+        const auto context = store.createWinCryptChain(wrapAll({system.certificates.leaf}));
         chain = store.toCertChain(context);
         system.platform.freeCertificateChain(context);
     }

@@ -70,7 +70,7 @@ private Q_SLOTS:
 void WinCertStoreVerifyTest::endCertificateIsJudgedLikeThis()
 {
     StoreSystem system;
-    QCOMPARE(system.store.verify(system.chain({system.certificates.leaf})), vela::VerifyOk);
+    QCOMPARE(system.store.verify(wrapAll({system.certificates.leaf})), vela::VerifyOk);
     QCOMPARE(system.platform.takeCalls(),
              QStringList({POLL, CREATE_LEAF, BUILD, FREE_LEAF, FREE_CHAIN}));
     QCOMPARE(system.log.text(), QString());
@@ -79,8 +79,8 @@ void WinCertStoreVerifyTest::endCertificateIsJudgedLikeThis()
 void WinCertStoreVerifyTest::laterCertificatesAreOfferedInOrder()
 {
     StoreSystem system;
-    const auto chain = system.chain(
-        {system.certificates.leaf, system.certificates.middle, system.certificates.root});
+    const auto chain =
+        wrapAll({system.certificates.leaf, system.certificates.middle, system.certificates.root});
     QCOMPARE(system.store.verify(chain), vela::VerifyOk);
     QCOMPARE(system.platform.takeCalls(),
              QStringList({POLL, CREATE_LEAF, CREATE_MIDDLE, ADD_MIDDLE, CREATE_ROOT, ADD_ROOT,
@@ -91,13 +91,13 @@ void WinCertStoreVerifyTest::laterCertificatesStayForLaterChains()
 {
     StoreSystem system;
     const QStringList before = system.platform.openHandles();
-    system.store.verify(system.chain({system.certificates.leaf, system.certificates.middle}));
+    system.store.verify(wrapAll({system.certificates.leaf, system.certificates.middle}));
     QStringList expected = before;
     expected += QStringLiteral("context of middle");
     expected.sort();
     QCOMPARE(system.platform.openHandles(), expected);
     system.platform.takeCalls();
-    system.store.verify(system.chain({system.certificates.leaf}));
+    system.store.verify(wrapAll({system.certificates.leaf}));
     QCOMPARE(system.platform.takeCalls(),
              QStringList({POLL, CREATE_LEAF, BUILD, FREE_LEAF, FREE_CHAIN}));
     QCOMPARE(system.platform.openHandles(), expected);
@@ -107,7 +107,7 @@ void WinCertStoreVerifyTest::laterCertificatesThatDoNotConvertAreSkipped()
 {
     StoreSystem system;
     system.platform.fail(QStringLiteral("createCertificateContext middle"), 13);
-    auto chain = system.chain({system.certificates.leaf});
+    auto chain = wrapAll({system.certificates.leaf});
     chain << vela::SslCertificatePtr() << wrap(system.certificates.middle)
           << vela::SslCertificatePtr(new vela::SslCertificate) << wrap(system.certificates.root);
     QCOMPARE(system.store.verify(chain), vela::VerifyOk);
@@ -122,7 +122,7 @@ void WinCertStoreVerifyTest::refusedLaterCertificateDoesNotMatter()
 {
     StoreSystem system;
     system.platform.fail(QStringLiteral("addCertificateContextToStore"), 5);
-    const auto chain = system.chain({system.certificates.leaf, system.certificates.middle});
+    const auto chain = wrapAll({system.certificates.leaf, system.certificates.middle});
     QCOMPARE(system.store.verify(chain), vela::VerifyOk);
     QVERIFY(system.platform.takeCalls().contains(BUILD));
     QCOMPARE(system.log.text(), QString());
@@ -154,7 +154,7 @@ void WinCertStoreVerifyTest::refusedEndCertificateFails()
 {
     StoreSystem system;
     system.platform.fail(QStringLiteral("createCertificateContext leaf"), 2148086016);
-    const auto chain = system.chain({system.certificates.leaf, system.certificates.middle});
+    const auto chain = wrapAll({system.certificates.leaf, system.certificates.middle});
     QCOMPARE(system.store.verify(chain), vela::VerifyFailed);
     QCOMPARE(system.platform.takeCalls(),
              QStringList({POLL, QStringLiteral("createCertificateContext 65537 leaf -> failed"),
@@ -167,7 +167,7 @@ void WinCertStoreVerifyTest::chainThatIsNotBuiltFails()
 {
     StoreSystem system;
     system.platform.fail(QStringLiteral("getCertificateChain"), 14);
-    QCOMPARE(system.store.verify(system.chain({system.certificates.leaf})), vela::VerifyFailed);
+    QCOMPARE(system.store.verify(wrapAll({system.certificates.leaf})), vela::VerifyFailed);
     QString build = BUILD;
     build.replace(QLatin1String("done"), QLatin1String("failed"));
     QCOMPARE(system.platform.takeCalls(),
@@ -181,7 +181,7 @@ void WinCertStoreVerifyTest::missingEngineMeansTheDefaultEngine()
     system.platform.fail(QStringLiteral("createChainEngine"), 8);
     vela::WinCertStore store(nullptr);
     system.platform.takeCalls();
-    QCOMPARE(store.verify(system.chain({system.certificates.leaf})), vela::VerifyOk);
+    QCOMPARE(store.verify(wrapAll({system.certificates.leaf})), vela::VerifyOk);
     QString build = BUILD;
     build.replace(QLatin1String("engine 1"), QLatin1String("null"));
     QCOMPARE(system.platform.takeCalls(),
@@ -257,7 +257,7 @@ void WinCertStoreVerifyTest::verdict()
     QFETCH(vela::CertVerify, expected);
     StoreSystem system;
     system.platform.setReport(report);
-    QCOMPARE(system.store.verify(system.chain({system.certificates.leaf})), expected);
+    QCOMPARE(system.store.verify(wrapAll({system.certificates.leaf})), expected);
     QCOMPARE(system.platform.takeCalls().last(), FREE_CHAIN);
     QCOMPARE(system.log.text(), QString());
 }
@@ -269,7 +269,7 @@ void WinCertStoreVerifyTest::pendingChangeIsTakenInFirst()
     connect(&system.store, &vela::WinCertStore::systemUpdated, &system.store,
             [&] { callsBeforeTheSignal = system.platform.takeCalls(); });
     system.platform.signalEvent();
-    QCOMPARE(system.store.verify(system.chain({system.certificates.leaf})), vela::VerifyOk);
+    QCOMPARE(system.store.verify(wrapAll({system.certificates.leaf})), vela::VerifyOk);
     QCOMPARE(callsBeforeTheSignal,
              QStringList({POLL, QStringLiteral("controlStore root 2 1 &event -> done"),
                           QStringLiteral("controlStore extra 2 1 &event -> done"),
@@ -284,7 +284,7 @@ void WinCertStoreVerifyTest::pendingChangeIsTakenInOnce()
 {
     StoreSystem system;
     QSignalSpy updated(&system.store, &vela::WinCertStore::systemUpdated);
-    const auto chain = system.chain({system.certificates.leaf});
+    const auto chain = wrapAll({system.certificates.leaf});
     system.store.verify(chain);
     QCOMPARE(updated.size(), 0);
     system.platform.signalEvent();
@@ -301,7 +301,7 @@ void WinCertStoreVerifyTest::failingPollMeansNoChange()
     QSignalSpy updated(&system.store, &vela::WinCertStore::systemUpdated);
     system.platform.signalEvent();
     system.platform.fail(QStringLiteral("pollEvent"), 6);
-    QCOMPARE(system.store.verify(system.chain({system.certificates.leaf})), vela::VerifyOk);
+    QCOMPARE(system.store.verify(wrapAll({system.certificates.leaf})), vela::VerifyOk);
     QCOMPARE(updated.size(), 0);
 }
 
@@ -314,7 +314,7 @@ void WinCertStoreVerifyTest::storeMayGoWhenItAnnouncesAChange()
         system.platform.takeCalls();
     });
     system.platform.signalEvent();
-    QCOMPARE(store->verify(system.chain({system.certificates.leaf})), vela::VerifyFailed);
+    QCOMPARE(store->verify(wrapAll({system.certificates.leaf})), vela::VerifyFailed);
     QCOMPARE(system.platform.takeCalls(), QStringList());
     QCOMPARE(system.platform.openHandles(), QStringList());
     QCOMPARE(system.log.text(), QString());
@@ -328,7 +328,7 @@ void WinCertStoreVerifyTest::certificateIsJudgedByItsStoredChain()
     QCOMPARE(system.platform.takeCalls(), QStringList());
 
     system.store.addCertificateChain(
-        system.chain({system.certificates.leaf, system.certificates.middle}));
+        wrapAll({system.certificates.leaf, system.certificates.middle}));
     system.platform.setReport({CERT_TRUST_IS_NOT_TIME_VALID, 0, {}});
     QCOMPARE(system.store.verify(leaf), vela::VerifyExpired);
     QCOMPARE(system.platform.takeCalls(), QStringList({POLL, CREATE_LEAF, CREATE_MIDDLE, ADD_MIDDLE,
@@ -354,7 +354,7 @@ void WinCertStoreVerifyTest::chainContextBelongsToTheCaller()
 {
     StoreSystem system;
     const vela::PCCERT_CHAIN_CONTEXT context =
-        system.store.createWinCryptChain(system.chain({system.certificates.leaf}));
+        system.store.createWinCryptChain(wrapAll({system.certificates.leaf}));
     QVERIFY(context);
     QVERIFY(system.platform.openHandles().contains(QStringLiteral("chain of leaf")));
     QVERIFY(!system.platform.openHandles().contains(QStringLiteral("context of leaf")));
