@@ -40,9 +40,9 @@ namespace vela {
     verify, give each a store of its own, made and used there.
 
     \section wincertstore_memory Memory
-    All certificates of a chain but the first are kept for good when it is verified, so that later
-    chains may lack them, and a little memory for each is not given back even by the destructor. A
-    server that verifies chains from strangers grows with every one of them.
+    The store keeps all certificates of every chain it verifies, but the first of each, so that
+    later chains may lack them: a server that verifies chains from strangers grows with every new
+    one. On Windows a little memory for each is not given back by the destructor either.
 */
 class FERRULE_EXPORT WinCertStore : public CertificateStore
 {
