@@ -2,9 +2,9 @@
 #ifndef FERRULE_OPENSSLERRORMARK_H
 #define FERRULE_OPENSSLERRORMARK_H
 
-#include <QtCore/qglobal.h>
+#include "support/OpenSslCompat.h"
 
-#include <openssl/err.h>
+#include <QtCore/qglobal.h>
 
 namespace vela {
 
@@ -16,11 +16,16 @@ namespace vela {
 class OpenSslErrorMark
 {
 public:
-    OpenSslErrorMark() { ERR_set_mark(); }
-    ~OpenSslErrorMark() { ERR_pop_to_mark(); }
+    OpenSslErrorMark()
+        : m_errors(setOpenSslErrorsAside())
+    {
+    }
+    ~OpenSslErrorMark() { putOpenSslErrorsBack(m_errors); }
 
 private:
     Q_DISABLE_COPY(OpenSslErrorMark)
+
+    OpenSslErrors m_errors;
 };
 
 } // namespace vela

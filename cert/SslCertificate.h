@@ -51,14 +51,15 @@ inline uint qHash(const SslCertificatePtr& certificate, uint seed = 0)
     Fingerprints, name attributes and the public-key description are computed when the certificate
     is set; reading them later does not call OpenSSL. No operation reports an error: a parse that
     fails gives an empty object, and an empty object answers with empty strings, empty byte arrays,
-    empty maps, 0 and invalid dates. OpenSSL's error queue is left as it was found.
+    empty maps, 0 and invalid dates. OpenSSL's error queue is left as it was found, except that
+    OpenSSL 3 forgets what is in it when reading a damaged key adds more than it can hold.
 
     \section ownership Copies do not own
     The handle is freed only by the object that was given ownership: by the constructor from PEM
     text, or by the constructor from a handle with \c owned set. A copy and an assigned object
     share the handle and do \e not own it; they dangle as soon as the source lets go of it. Pass
-    an #SslCertificatePtr around instead of copying. Where a copy must outlive its source, take a
-    reference for it: `X509_up_ref(x509)`, then `SslCertificate(x509, true)`.
+    an #SslCertificatePtr around instead of copying. Where a copy must outlive its source, make it
+    with SslCertificateChain::ownedCopy().
 
     The `QObject` part is never copied: parent, name and thread stay those of the target.
 

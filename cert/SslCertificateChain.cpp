@@ -3,6 +3,7 @@
 
 #include "cert/OpenSslErrorMark.h"
 #include "cert/PemText.h"
+#include "support/OpenSslCompat.h"
 #include "support/OpenSslHandles.h"
 
 #include <QtCore/QSet>
@@ -71,6 +72,18 @@ bool SslCertificateChain::isEmpty() const
 {
     const SslCertificatePtr certificate = endCert();
     return !certificate || certificate->isEmpty();
+}
+
+SslCertificateChain SslCertificateChain::ownedCopy() const
+{
+    SslCertificateChain copy;
+    for (const SslCertificatePtr& certificate : *this) {
+        if (certificate && !certificate->isEmpty())
+            X509_up_ref(certificate->x509());
+        copy << (certificate ? SslCertificatePtr(new SslCertificate(certificate->x509(), true))
+                             : SslCertificatePtr());
+    }
+    return copy;
 }
 
 SslCertificatePtr SslCertificateChain::endCert()

@@ -17,7 +17,7 @@ namespace vela {
     highest certificate that was to be had.
 
     \code
-    QList<X509*> handles = vela::SslCertificateChain::readPem(pem.constData(), pem.size());
+    QList<x509_st*> handles = vela::SslCertificateChain::readPem(pem.constData(), pem.size());
     const vela::SslCertificateChain chain(handles); // refers to the handles, does not own them
     for (const vela::SslCertificatePtr& certificate : chain)
         qDebug() << certificate->subjectCommonName();
@@ -29,10 +29,15 @@ namespace vela {
     signals. There are no locks: one chain may be read from several threads while none changes it.
 
     \section chain_ownership Raw handles
-    A chain made from `X509` handles does not own them. They must stay alive while the chain, or a
-    copy of it, or one of its certificates is in use, and are freed by whoever made them, with
-    release(). The safe way is to hand in certificates that own: read the blocks one by one with
-    `SslCertificatePtr(new SslCertificate(handle, true))` and append those.
+    A chain made from handles (an `x509_st` is OpenSSL's `X509`) does not own them. They must stay
+    alive while the chain, or a copy of it, or one of its certificates is in use, and are freed by
+    whoever made them, with release(). A chain of a connection's handles must not outlive the
+    connection, in a store neither. ownedCopy() is free of all that:
+
+    \code
+    store.addCertificateChain(
+        vela::SslCertificateChain(socket->x509peerCertificateChain()).ownedCopy());
+    \endcode
 
     Elements may be null pointers, and certificates without a handle. Where PEM is written, they
     are left out.
@@ -66,7 +71,8 @@ public:
         equals anything in its place. Different sizes are unequal.
 
         \warning Not symmetric, like SslCertificate::equals(). Where elements may be null, test
-        `!chain.contains(SslCertificatePtr())` first.
+        `!chain.contains(SslCertificatePtr())` first. With a plain `QList` on the left, `QList`'s
+        own comparison of the pointers runs instead: keep the chain on the left.
     */
     bool operator==(const QList<SslCertificatePtr>& other) const;
     bool operator!=(const QList<SslCertificatePtr>& other) const;
@@ -77,6 +83,13 @@ public:
         counts all elements.
     */
     bool isEmpty() const;
+
+    /*!
+        Returns a chain of new certificates that own what they wrap: good for as long as anybody
+        refers to them, whatever becomes of this chain's handles. The ciphers are not copied. Null
+        elements stay null, empty ones empty.
+    */
+    SslCertificateChain ownedCopy() const;
 
     //! Returns the first element, or null if there is none.
     SslCertificatePtr endCert();

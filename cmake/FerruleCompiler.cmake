@@ -25,8 +25,12 @@ if(FERRULE_SANITIZE STREQUAL "address")
     set(ferrule_sanitizers -fsanitize=address,undefined -fno-sanitize-recover=undefined)
 elseif(FERRULE_SANITIZE STREQUAL "thread")
     set(ferrule_sanitizers -fsanitize=thread)
+elseif(FERRULE_SANITIZE STREQUAL "fuzz")
+    set(ferrule_sanitizers -fsanitize=fuzzer-no-link,address,undefined
+        -fno-sanitize-recover=undefined)
 elseif(FERRULE_SANITIZE)
-    message(FATAL_ERROR "FERRULE_SANITIZE is \"${FERRULE_SANITIZE}\"; known are address and thread")
+    message(FATAL_ERROR
+        "FERRULE_SANITIZE is \"${FERRULE_SANITIZE}\"; known are address, thread and fuzz")
 endif()
 if(ferrule_sanitizers)
     target_compile_options(ferrule_compiler INTERFACE ${ferrule_sanitizers} -fno-omit-frame-pointer)

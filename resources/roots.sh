@@ -9,7 +9,7 @@ here=$(cd "$(dirname "$(readlink -f "${BASH_SOURCE[0]}")")" && pwd)
 roots=$here/roots
 output=$here/RootCerts.pem
 suites=(sid trixie bookworm)
-readonly mirror=${FERRULE_DEBIAN_MIRROR:-}
+mirror=${FERRULE_DEBIAN_MIRROR:-}
 readonly keyring=/usr/share/keyrings/debian-archive-keyring.gpg
 
 usage() {
@@ -30,7 +30,8 @@ refresh  Fetches the current ca-certificates packages of Debian's SUITEs (by def
          bookworm) into a temporary directory and puts what they hold in place of resources/roots:
          every root that one of them lists and that has 30 days or more to live. Says which roots
          came and went, and makes the bundle. Needs apt-get, openssl and debian-archive-keyring, but
-         not root; FERRULE_DEBIAN_MIRROR names another mirror.
+         not root. The packages come from the mirror that apt is set up with; FERRULE_DEBIAN_MIRROR
+         names another.
 TEXT
 }
 
@@ -115,6 +116,17 @@ private_apt_get() {
         -o APT::Sandbox::User=root "$@"
 }
 
+# need_mirror: sets mirror to Debian's own archive among apt's sources unless it is set.
+need_mirror() {
+    if [ -z "$mirror" ]; then
+        # shellcheck disable=SC2016 # apt-get fills in the address, not the shell.
+        mirror=$(apt-get indextargets --format '$(REPO_URI)' 'Created-By: Packages' 'Label: Debian' \
+            | head -n 1)
+        [ -n "$mirror" ] || die "apt knows no mirror of Debian: run apt-get update, or set" \
+            "FERRULE_DEBIAN_MIRROR"
+    fi
+}
+
 # fetch_packages: unpacks each suite's package into $work/<suite>; sets versions.
 fetch_packages() {
     local suite package
@@ -169,6 +181,7 @@ command_refresh() {
     local -A names=() packages=() ends=()
     today=$(date --utc +%s)
     [ $# = 0 ] || suites=("$@")
+    need_mirror
     say "fetching ca-certificates of ${suites[*]} from $mirror"
     fetch_packages
     collect

@@ -236,8 +236,8 @@ public:
         \warning Every call takes away one reference to the certificate that it does not hold. Once
         the references run out, the certificate is freed while TLS still uses it, and the process
         may crash. The safe way is to wrap x509localCertificate() in an `SslCertificate` that does
-        not own it. A caller that cannot do without this text takes a reference of its own with
-        `X509_up_ref(x509localCertificate())` before each call.
+        not own it. A caller that cannot do without this text takes a reference of its own before
+        each call: with `X509_up_ref`, or where the engine is OpenSSL 1.0 with `CRYPTO_add`.
     */
     QString localCertificate() const;
 

@@ -27,15 +27,16 @@ class RecursiveMutex;
     \code
     void Client::judge(vela::CertVerify, bool, const QString&)
     {
-        const vela::SslCertificateChain chain(m_socket->x509peerCertificateChain());
+        const vela::SslCertificateChain borrowed(m_socket->x509peerCertificateChain());
+        const vela::SslCertificateChain chain = borrowed.ownedCopy();
         m_store->addCertificateChain(chain);
         if (m_store->verify(chain.endCert()) != vela::VerifyOk)
             m_socket->disconnectFromHost();
     }
     \endcode
 
-    There a chain of handles that the connection owns is stored; remove it before the connection
-    goes, or store a chain whose certificates own what they wrap (see SslCertificateChain).
+    The copy is needed because the connection's chain goes with the connection, and the store's
+    does not; see SslCertificateChain.
 
     Chains stand in the order in which they were added. Operations that find nothing return -1, or
     #EMPTY_CHAIN and #EMPTY_TRUST. Certificates are compared with SslCertificate::equals() and found
@@ -108,7 +109,7 @@ public:
     SslCertificateChain operator[](const QString& commonName);
     const SslCertificateChain& operator[](const QString& commonName) const;
 
-    //! Returns the chain at \a index, which must be one: 0 <= \a index < count().
+    //! Returns the chain at \a index. Undefined unless 0 <= \a index < count().
     SslCertificateChain operator[](int index);
     const SslCertificateChain& operator[](int index) const;
 

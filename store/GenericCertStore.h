@@ -18,6 +18,9 @@ namespace vela {
     bundle.open(QIODevice::ReadOnly);
     vela::GenericCertStore store(nullptr);
     store.importRootCerts(&bundle, vela::AcceptAlways);
+
+    const bool isKnown = store.indexOf(root) >= 0;
+    const bool isAccepted = qAsConst(store).trustInfo(root).accept == vela::AcceptAlways;
     \endcode
 */
 class FERRULE_EXPORT GenericCertStore : public CertificateStore
@@ -41,7 +44,9 @@ public:
         a chain of its own, in place of an equal one; sets CertTrust::accept of each to \a accept.
         Text before, between and behind the PEM blocks does not matter, up to a NUL, which ends it.
         A damaged block is left out and the others are still read; count() before and after tells
-        how many were new.
+        how many were new. Only blocks of "CERTIFICATE" are read, even where the marker does not
+        begin a line; SslCertificateChain::readPem() wants it there, and takes "X509 CERTIFICATE",
+        too.
 
         The text before the first block counts as a certificate without a handle, and so does a
         damaged block: the one trust record that all such certificates share is made, too.

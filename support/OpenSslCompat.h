@@ -8,6 +8,7 @@
 */
 
 #include <openssl/crypto.h>
+#include <openssl/err.h>
 #include <openssl/opensslv.h>
 #include <openssl/ssl.h>
 #include <openssl/x509.h>
@@ -88,6 +89,49 @@ inline void installOpenSslCallbacks(OpenSslLockingCallback, OpenSslThreadIdCallb
 
 inline void withdrawOpenSslCallbacks(OpenSslLockingCallback, OpenSslThreadIdCallback)
 {
+}
+
+#endif
+
+/*!
+    Takes this thread's error queue away; puts it back, in place of what has come meanwhile. A mark
+    would not do for the reference engine, which clears the whole queue when it reads a compressed
+    point on a binary curve.
+*/
+#if OPENSSL_VERSION_NUMBER < 0x10100000L
+
+using OpenSslErrors = ERR_STATE;
+
+inline OpenSslErrors setOpenSslErrorsAside()
+{
+    ERR_STATE* queue = ERR_get_state();
+    const ERR_STATE errors = *queue;
+    *queue = ERR_STATE();
+    queue->tid = errors.tid;
+    return errors;
+}
+
+inline void putOpenSslErrorsBack(const OpenSslErrors& errors)
+{
+    ERR_clear_error();
+    *ERR_get_state() = errors;
+}
+
+#else
+
+struct OpenSslErrors
+{
+};
+
+inline OpenSslErrors setOpenSslErrorsAside()
+{
+    ERR_set_mark();
+    return {};
+}
+
+inline void putOpenSslErrorsBack(const OpenSslErrors&)
+{
+    ERR_pop_to_mark();
 }
 
 #endif

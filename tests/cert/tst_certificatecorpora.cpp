@@ -5,9 +5,11 @@
     what an engine parses must come out as an independent reading of the same file says.
 */
 
+#include "tests/cert/CertificateCorpora.h"
+#include "tests/common/PemFile.h"
+
 #include <Ferrule/SslCertificate.h>
 
-#include <openssl/crypto.h>
 #include <openssl/err.h>
 #include <openssl/x509.h>
 
@@ -17,72 +19,6 @@
 using vela::SslCertificate;
 
 namespace {
-
-struct ManifestLine
-{
-    QByteArray corpus;
-    QByteArray file;
-    bool isParsed = false;
-    QByteArray sha1;
-    QByteArray serial;
-};
-
-//! A file that the reference engine parses although the manifest's engine rejects it.
-struct Leniency
-{
-    const char* file;
-    const char* reason;
-};
-
-const Leniency REFERENCE_ENGINE_LENIENCIES[] = {
-    {"3082fccd053176deff60", "an issuer value of a type that is not for names"},
-    {"adae505f8265dd98c33e", "an issuer value of a type that is not for names"},
-    {"c300419ab14525d6ff5a", "an issuer value of a type that is not for names"},
-    {"cca1f2d61c71e5b4c5ea", "a subject value of a type that is not for names"},
-    {"serial_not_minimal.der", "a serial number with superfluous leading octets"},
-};
-
-QList<ManifestLine> readManifest()
-{
-    QFile file(QStringLiteral(CORPORA_MANIFEST));
-    if (!file.open(QIODevice::ReadOnly))
-        qFatal("%s: %s", CORPORA_MANIFEST, qPrintable(file.errorString()));
-    file.readLine();
-    QList<ManifestLine> lines;
-    while (!file.atEnd()) {
-        const QList<QByteArray> fields = file.readLine().replace('\n', "").split('\t');
-        lines.append({fields.value(0), fields.value(1), fields.value(4) == "parse", fields.value(7),
-                      fields.value(8)});
-    }
-    return lines;
-}
-
-QByteArray readCorpusFile(const QByteArray& corpus, const QByteArray& name)
-{
-    QFile file(QStringLiteral(CORPORA_DIRECTORY) + QLatin1Char('/') + QString::fromLatin1(corpus)
-               + QLatin1Char('/') + QString::fromLatin1(name));
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-QByteArray toPem(const QByteArray& der)
-{
-    const QByteArray base64 = der.toBase64();
-    QByteArray pem = "-----BEGIN CERTIFICATE-----\n";
-    for (int i = 0; i < base64.size(); i += 64)
-        pem += base64.mid(i, 64) + '\n';
-    return pem + "-----END CERTIFICATE-----\n";
-}
-
-const char* leniencyFor(const QByteArray& file)
-{
-    if (SSLeay() >= 0x10100000L)
-        return nullptr;
-    for (const Leniency& leniency : REFERENCE_ENGINE_LENIENCIES) {
-        if (file == leniency.file)
-            return leniency.reason;
-    }
-    return nullptr;
-}
 
 //! The manifest writes the sign and, after 35 bytes, breaks off with a backslash.
 void compareSerial(const QByteArray& serial, QByteArray expected)
@@ -151,13 +87,11 @@ void CertificateCorporaTest::corporaAreComplete()
     QFETCH(int, count);
 
     int found = 0;
-    const QList<ManifestLine> lines = readManifest();
-    for (const ManifestLine& line : lines) {
+    const QList<test::ManifestLine> lines = test::readManifest();
+    for (const test::ManifestLine& line : lines) {
         if (line.corpus != corpus)
             continue;
-        QVERIFY2(QFile::exists(QStringLiteral(CORPORA_DIRECTORY "/")
-                               + QString::fromLatin1(corpus + '/' + line.file)),
-                 line.file.constData());
+        QVERIFY2(QFile::exists(test::corpusFileName(corpus, line.file)), line.file.constData());
         ++found;
     }
     QCOMPARE(found, count);
@@ -170,9 +104,9 @@ void CertificateCorporaTest::fileIsReadAsTheManifestSays_data()
     QTest::addColumn<bool>("isParsed");
     QTest::addColumn<QByteArray>("sha1");
     QTest::addColumn<QByteArray>("serial");
-    const QList<ManifestLine> lines = readManifest();
-    for (const ManifestLine& line : lines) {
-        if (leniencyFor(line.file))
+    const QList<test::ManifestLine> lines = test::readManifest();
+    for (const test::ManifestLine& line : lines) {
+        if (test::leniencyFor(line.file))
             continue; // Has a test of its own.
         QTest::newRow(QByteArray(line.corpus + '/' + line.file).constData())
             << line.corpus << line.file << line.isParsed << line.sha1 << line.serial;
@@ -187,7 +121,7 @@ void CertificateCorporaTest::fileIsReadAsTheManifestSays()
     QFETCH(QByteArray, sha1);
     QFETCH(QByteArray, serial);
 
-    const QByteArray pem = toPem(readCorpusFile(corpus, file));
+    const QByteArray pem = test::toPem(test::contentOf(test::corpusFileName(corpus, file)));
     SslCertificate certificate(pem.constData(), pem.size());
     QCOMPARE(!certificate.isEmpty(), isParsed);
     QCOMPARE(ERR_peek_error(), 0UL);
@@ -214,9 +148,9 @@ void CertificateCorporaTest::referenceEngineIsLenientOnlyWhereExpected_data()
     QTest::addColumn<QByteArray>("corpus");
     QTest::addColumn<QByteArray>("file");
     QTest::addColumn<QByteArray>("reason");
-    const QList<ManifestLine> lines = readManifest();
-    for (const ManifestLine& line : lines) {
-        for (const Leniency& leniency : REFERENCE_ENGINE_LENIENCIES) {
+    const QList<test::ManifestLine> lines = test::readManifest();
+    for (const test::ManifestLine& line : lines) {
+        for (const test::Leniency& leniency : test::referenceEngineLeniencies()) {
             if (line.file == leniency.file)
                 QTest::newRow(leniency.file)
                     << line.corpus << line.file << QByteArray(leniency.reason);
@@ -230,9 +164,9 @@ void CertificateCorporaTest::referenceEngineIsLenientOnlyWhereExpected()
     QFETCH(QByteArray, file);
     QFETCH(QByteArray, reason);
 
-    const QByteArray pem = toPem(readCorpusFile(corpus, file));
+    const QByteArray pem = test::toPem(test::contentOf(test::corpusFileName(corpus, file)));
     const SslCertificate certificate(pem.constData(), pem.size());
-    if (!leniencyFor(file)) {
+    if (!test::leniencyFor(file)) {
         QVERIFY(certificate.isEmpty());
         return;
     }
@@ -244,11 +178,11 @@ void CertificateCorporaTest::referenceEngineIsLenientOnlyWhereExpected()
 void CertificateCorporaTest::truncatedFilesAreHarmless()
 {
     int cut = 0;
-    const QList<ManifestLine> lines = readManifest();
-    for (const ManifestLine& line : lines) {
-        const QByteArray der = readCorpusFile(line.corpus, line.file);
+    const QList<test::ManifestLine> lines = test::readManifest();
+    for (const test::ManifestLine& line : lines) {
+        const QByteArray der = test::contentOf(test::corpusFileName(line.corpus, line.file));
         for (int eighth = 1; eighth < 8; ++eighth) {
-            const QByteArray pem = toPem(der.left(der.size() * eighth / 8));
+            const QByteArray pem = test::toPem(der.left(der.size() * eighth / 8));
             const SslCertificate certificate(pem.constData(), pem.size());
             // Some files carry octets behind the certificate and survive the cut.
             if (!certificate.isEmpty())

@@ -8,7 +8,9 @@
 #include <atomic>
 #include <functional>
 #include <future>
+#include <numeric>
 #include <random>
+#include <thread>
 #include <vector>
 
 using namespace test;
@@ -130,31 +132,17 @@ void StoreThreadsTest::everyChangeAtOnceLeavesAWholeStore()
         for (int round = 0; round < ROUNDS; ++round) {
             const int number = static_cast<int>(generator() % CERTIFICATES);
             const SslCertificatePtr& certificate = m_certificates.at(number);
-            switch (generator() % 64) {
-            case 0:
+            const unsigned int action = static_cast<unsigned int>(generator() % 64);
+            if (action == 0) {
                 store.clear();
-                break;
-            case 1:
-            case 2:
-            case 3:
-            case 4:
-            case 5:
-            case 6:
-            case 7:
-            case 8: {
+            } else if (action < 9) {
                 const int index = store.removeCertificate(number);
                 failed += index == -1 || index == number ? 0 : 1;
-                break;
-            }
-            case 9:
-            case 10:
+            } else if (action < 12) {
                 failed += store.addOneCertificate(parse(m_pems.at(number))) < 0 ? 1 : 0;
-                break;
-            default:
-                failed +=
-                    store.addCertificateChain(chainOf({certificate, m_certificates.first()})) < 0
-                        ? 1
-                        : 0;
+            } else {
+                const SslCertificateChain chain = chainOf({certificate, m_certificates.first()});
+                failed += store.addCertificateChain(chain) < 0 ? 1 : 0;
             }
         }
         return failed;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include <Ferrule/CertVerify.h>
+#include <Ferrule/CertificateStore.h>
 #include <Ferrule/SslCertificate.h>
 #include <Ferrule/SslSocket.h>
 
@@ -12,6 +12,7 @@ class ModuleStartupTest : public QObject
 private Q_SLOTS:
     void metaTypesAreRegisteredByName_data();
     void metaTypesAreRegisteredByName();
+    void metaTypeIdsStandInOrder();
     void contextExistsBeforeAnySocket();
     void attributeKeysExist();
     void verdictTravelsThroughAQueuedConnection();
@@ -23,7 +24,13 @@ void ModuleStartupTest::metaTypesAreRegisteredByName_data()
     QTest::addColumn<int>("size");
     QTest::newRow("certificate pointer")
         << QByteArray("SslCertificatePtr") << int(sizeof(vela::SslCertificatePtr));
+    QTest::newRow("chain") << QByteArray("vela::SslCertificateChain")
+                           << int(sizeof(vela::SslCertificateChain));
     QTest::newRow("verdict") << QByteArray("vela::CertVerify") << int(sizeof(vela::CertVerify));
+    QTest::newRow("acceptance") << QByteArray("vela::CertAccept") << int(sizeof(vela::CertAccept));
+    QTest::newRow("host name") << QByteArray("vela::CertHostName")
+                               << int(sizeof(vela::CertHostName));
+    QTest::newRow("trust record") << QByteArray("vela::CertTrust") << int(sizeof(vela::CertTrust));
     QTest::newRow("open mode") << QByteArray("OpenMode") << int(sizeof(QIODevice::OpenMode));
 }
 
@@ -34,6 +41,17 @@ void ModuleStartupTest::metaTypesAreRegisteredByName()
     const int id = QMetaType::type(name.constData());
     QVERIFY(id != QMetaType::UnknownType);
     QCOMPARE(QMetaType::sizeOf(id), size);
+}
+
+void ModuleStartupTest::metaTypeIdsStandInOrder()
+{
+    const QList<QByteArray> names = {"SslCertificatePtr", "vela::SslCertificateChain",
+                                     "vela::CertVerify", "vela::CertAccept", "vela::CertHostName"};
+    QList<QByteArray> registered;
+    for (int id : vela::SslCertificate::g_metaTypes)
+        registered.append(QMetaType::typeName(id));
+    QCOMPARE(registered, names);
+    QCOMPARE(vela::CertificateStore::g_metaTypes[0], QMetaType::type("vela::CertTrust"));
 }
 
 void ModuleStartupTest::contextExistsBeforeAnySocket()
