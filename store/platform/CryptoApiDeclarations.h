@@ -9,7 +9,7 @@
     Wide characters are the system's own wchar_t.
 */
 
-// NOLINTBEGIN(bugprone-reserved-identifier, modernize-use-using)
+// NOLINTBEGIN(bugprone-reserved-identifier, modernize-use-using, performance-no-int-to-ptr)
 
 using BYTE = unsigned char;
 using BOOLEAN = BYTE;
@@ -201,6 +201,6 @@ typedef struct _CERT_CHAIN_CONTEXT
 } CERT_CHAIN_CONTEXT;
 using PCCERT_CHAIN_CONTEXT = const CERT_CHAIN_CONTEXT*;
 
-// NOLINTEND(bugprone-reserved-identifier, modernize-use-using)
+// NOLINTEND(bugprone-reserved-identifier, modernize-use-using, performance-no-int-to-ptr)
 
 #endif

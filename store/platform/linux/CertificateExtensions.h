@@ -18,15 +18,16 @@ using AuthorityKeyIdHandle = std::unique_ptr<AUTHORITY_KEYID, OpenSslDeleter<AUT
 using NameConstraintsHandle =
     std::unique_ptr<NAME_CONSTRAINTS, OpenSslDeleter<NAME_CONSTRAINTS_free>>;
 
+/*! What basic constraints say. */
+struct AuthorityConstraints
+{
+    bool isAuthority = false;
+    std::optional<long> pathLength;
+};
+
 /*! What path validation wants to know of a certificate's extensions, read once. */
 struct CertificateExtensions
 {
-    struct BasicConstraints
-    {
-        bool isAuthority = false;
-        std::optional<long> pathLength;
-    };
-
     explicit CertificateExtensions(X509* x509);
 
     bool isMalformed = false; //!< One of those read here occurs twice or cannot be decoded.
@@ -34,7 +35,7 @@ struct CertificateExtensions
     bool hasPolicyConstraints = false;
     bool mayCertSign = true; //!< There is no key usage, or it says so.
     bool hasSubjectKeyId = false;
-    std::optional<BasicConstraints> basicConstraints;
+    std::optional<AuthorityConstraints> basicConstraints;
     std::optional<std::vector<QByteArray>> extendedUsages; //!< Object identifiers in digits.
     NameConstraintsHandle nameConstraints;
     AuthorityKeyIdHandle authorityKeyId;

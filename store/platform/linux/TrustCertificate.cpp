@@ -58,7 +58,7 @@ private:
 
 CertificatePool pool;
 
-std::optional<qint64> secondsSinceEpoch(const ASN1_TIME* time)
+std::optional<qint64> toSeconds(const ASN1_TIME* time)
 {
     const TimeHandle epoch(ASN1_TIME_set(nullptr, 0));
     int days = 0;
@@ -110,8 +110,8 @@ TrustCertificate::TrustCertificate(X509Handle x509, const QByteArray& der)
     , m_subjectHash(X509_subject_name_hash(m_x509.get()))
     , m_issuerHash(X509_issuer_name_hash(m_x509.get()))
     , m_isSelfIssued(namesIssuer(*this))
-    , m_notBefore(secondsSinceEpoch(X509_get0_notBefore(m_x509.get())))
-    , m_notAfter(secondsSinceEpoch(X509_get0_notAfter(m_x509.get())))
+    , m_notBefore(toSeconds(X509_get0_notBefore(m_x509.get())))
+    , m_notAfter(toSeconds(X509_get0_notAfter(m_x509.get())))
 {
 }
 
@@ -120,9 +120,10 @@ bool TrustCertificate::isVersion1() const
     return X509_get_version(x509()) == 0;
 }
 
-bool TrustCertificate::isValidAt(qint64 time) const
+bool TrustCertificate::isValidAt(qint64 secondsSinceEpoch) const
 {
-    return m_notBefore && m_notAfter && *m_notBefore <= time && time <= *m_notAfter;
+    return m_notBefore && m_notAfter && *m_notBefore <= secondsSinceEpoch
+           && secondsSinceEpoch <= *m_notAfter;
 }
 
 bool TrustCertificate::hasWeakSignature() const

@@ -258,8 +258,11 @@ void ChainStatusTest::everyErrorIsReportedWhereItIs_data()
                      {{"subjectAltName", "email:without-an-at"}}),
         "INVALID_NAME_CONSTRAINTS");
     row("policy that is demanded and missing",
-        Plans().with({}, {{"policyConstraints", "critical,requireExplicitPolicy:0"}}, {}), "", "",
-        "", "INVALID_POLICY_CONSTRAINTS");
+        Plans().with({},
+                     {{"policyConstraints", "critical,requireExplicitPolicy:0"},
+                      {"certificatePolicies", "1.2.3.4"}},
+                     {}),
+        "", "", "", "INVALID_POLICY_CONSTRAINTS");
     row("policy that is demanded and there",
         Plans().with({},
                      {{"policyConstraints", "critical,requireExplicitPolicy:0"},
@@ -456,7 +459,7 @@ void ChainStatusTest::validityIncludesBothEnds()
 void ChainStatusTest::issuerMatchIsReported()
 {
     const PlannedCertificate root(
-        authorityPlan(QStringLiteral("Root"), {{"authorityKeyIdentifier", "keyid"}}));
+        authorityPlan(QStringLiteral("Root"), {{"authorityKeyIdentifier", "keyid:always"}}));
     const PlannedCertificate intermediate(
         authorityPlan(QStringLiteral("Intermediate"),
                       {{"authorityKeyIdentifier", "keyid,issuer:always"}}),
