@@ -24,13 +24,11 @@ const char DESCRIPTION[] =
     "those of OpenSSL's default locations are trusted as well. A bad verdict is reported and\n"
     "changes nothing, unless one of the --require options is given.\n"
     "\n"
-    "With --store a certificate store gives a verdict of its own on the peer's chain. \"system\" "
-    "is\n"
-    "the trust of the operating system; on Linux its bundle, or what SSL_CERT_FILE and\n"
-    "SSL_CERT_DIR name instead, and the user's own roots. \"bundle\" is the bundle of public "
-    "roots\n"
-    "that the library carries: it does not judge, but is searched for the chain's root. Both see\n"
-    "the certificates alone, and neither changes the verdict of the connection.\n"
+    "With --store a certificate store judges the peer's chain, too. The store \"system\" is the\n"
+    "trust of the operating system: on Linux its bundle, or what SSL_CERT_FILE and SSL_CERT_DIR\n"
+    "name instead, and the user's own roots. \"bundle\" is the bundle of public roots that the\n"
+    "library carries: this one does not judge, but it is searched for the chain's root. Neither\n"
+    "looks at the host name, or changes the verdict of the connection.\n"
     "\n"
     "Exit status:\n"
     "  0  the connection ended in order (or --help, --version)\n"
@@ -151,6 +149,7 @@ struct CommandLine
     }
 
     QString read(ClientOptions& options);
+    QString readStore(ClientOptions& options);
     QString readNumbers(ClientOptions& options);
 };
 
@@ -174,18 +173,24 @@ QString CommandLine::read(ClientOptions& options)
     options.tls.certificate = parser.value(certificate);
     options.tls.key = parser.value(key);
     options.tls.ciphers = parser.value(ciphers);
-    if (parser.isSet(store)) {
-        const int index = storeNames().indexOf(parser.value(store));
-        if (index < 0)
-            return QStringLiteral("--store \"%1\" is not one of %2")
-                .arg(parser.value(store), storeNames().join(QStringLiteral(", ")));
-        options.store = index == 0 ? StoreChoice::System : StoreChoice::Bundle;
-    }
     options.quiet = parser.isSet(quiet);
     options.requireOk = parser.isSet(requireOk);
     options.requireHostName = parser.isSet(requireHostName);
     options.verbose = parser.isSet(verbose);
-    return readNumbers(options);
+    const QString error = readStore(options);
+    return error.isNull() ? readNumbers(options) : error;
+}
+
+QString CommandLine::readStore(ClientOptions& options)
+{
+    if (!parser.isSet(store))
+        return QString();
+    const int index = storeNames().indexOf(parser.value(store));
+    if (index < 0)
+        return QStringLiteral("--store \"%1\" is not one of %2")
+            .arg(parser.value(store), storeNames().join(QStringLiteral(", ")));
+    options.store = index == 0 ? StoreChoice::System : StoreChoice::Bundle;
+    return QString();
 }
 
 QString CommandLine::readNumbers(ClientOptions& options)
