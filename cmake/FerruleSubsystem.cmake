@@ -20,13 +20,14 @@ function(ferrule_add_subsystem name)
     endforeach()
 
     foreach(header IN LISTS ARG_PUBLIC_HEADERS)
-        file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/forward/${header}
+        get_filename_component(file ${header} NAME)
+        file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/forward/${file}
             "#include \"${CMAKE_CURRENT_SOURCE_DIR}/${header}\"\n")
-        file(COPY ${CMAKE_CURRENT_BINARY_DIR}/forward/${header}
+        file(COPY ${CMAKE_CURRENT_BINARY_DIR}/forward/${file}
             DESTINATION ${PROJECT_BINARY_DIR}/include/Ferrule)
         if(FERRULE_INSTALL)
             install(FILES ${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/Ferrule)
         endif()
+        set_property(GLOBAL APPEND PROPERTY FERRULE_PUBLIC_HEADERS ${file})
     endforeach()
-    set_property(GLOBAL APPEND PROPERTY FERRULE_PUBLIC_HEADERS ${ARG_PUBLIC_HEADERS})
 endfunction()

@@ -22,6 +22,10 @@ cleanup() {
 trap cleanup EXIT
 trap 'exit 2' INT TERM
 
+# Nothing of the user's is read or written, and nothing that is set here stands in for the system.
+export XDG_DATA_HOME="$work/data"
+unset SSL_CERT_FILE SSL_CERT_DIR
+
 say() { printf '\n== %s\n' "$*"; }
 
 # Shows the lines of a file that match a pattern, and ends the demo unless the file contains each of
@@ -58,7 +62,7 @@ inspect() {
     exit 1
 }
 
-judgement='^\(verdict\|host name\|description\|ferrule\)'
+judgement='^\(verdict\|host name\|description\|store\|ferrule\)'
 stored='^\(bundle\|file\|certificate\|trust\|verdict\|judgement\|caution\)'
 
 make_certificates() {
@@ -118,6 +122,15 @@ expect "$work/report" "$judgement" 'verdict      OK' 'host name    differs' 'Cau
 say "A client that does not know the authority"
 run /dev/null "$work/echo" 6 127.0.0.1 --require-ok
 expect "$work/report" "$judgement" 'verdict      failed'
+
+say "The same, judged by the operating system's trust as well, which does not know it either"
+run /dev/null "$work/echo" 0 127.0.0.1 --store system --close-after-input 0
+expect "$work/report" "$judgement" 'verdict      failed' 'store        system: failed'
+
+say "The system of this one client is told to trust the authority; both verdicts are required"
+SSL_CERT_FILE="$work/ca.pem" run /dev/null "$work/echo" 0 127.0.0.1 --store system \
+    --ca-file "$work/ca.pem" --require-ok --close-after-input 0
+expect "$work/report" "$judgement" 'verdict      OK' 'store        system: OK'
 
 say "The server is asked to end; these were its connections"
 stop_server

@@ -133,6 +133,19 @@ public:
     CertTrust trustInfo(SslCertificatePtr cert) const;
     CertTrust trustInfo(const SslCertificateChain& chain) const;
 
+    /*!
+        Returns the process's store for certificates of TLS peers, a WinCertStore without parent. It
+        is made by the first call, which must not coincide with another first call, and belongs to
+        the thread of that call. The library never deletes it. A host may; the next call makes a
+        new one then.
+    */
+    static CertificateStore* sslCertStore();
+    //! The same for certificates that sign data.
+    static CertificateStore* signCertStore();
+
+    //! Returns a new WinCertStore without parent, which belongs to the caller.
+    static CertificateStore* newCertStore();
+
 Q_SIGNALS:
     void added(SslCertificatePtr cert);
     void updated(SslCertificatePtr cert);

@@ -12,9 +12,6 @@ struct CertificateFile
     QString damage; //!< What is wrong with the file, null when it is whole.
 };
 
-//! Reads all of \a fileName, "-" for standard input. Returns an error text, null for success.
-QString readBytes(const QString& fileName, QByteArray& bytes);
-
 //! Returns the certificates in \a bytes: all PEM blocks up to a damaged one, or one in DER.
 CertificateFile parseCertificates(const QByteArray& bytes);
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "certificates/CertificatesOptions.h"
 
-#include "certificates/Judgement.h"
 #include "common/CommandLineRun.h"
+#include "common/Judgement.h"
 
 #include <QtCore/QCommandLineParser>
 #include <QtCore/QCoreApplication>

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "certificates/ChainReport.h"
 
-#include "certificates/Judgement.h"
 #include "common/CertificateRows.h"
+#include "common/Judgement.h"
 
 using vela::SslCertificate;
 using vela::SslCertificateChain;
@@ -85,7 +85,6 @@ QString chainReport(vela::GenericCertStore& store, const CertificateFile& file)
         rows += reportRow("judgement", QStringLiteral("none: the file is damaged"));
     else
         rows += reportRow("judgement", judge(store, file.chain));
-    rows += reportRow("caution", QStringLiteral("no path validation: names and fingerprints were "
-                                                "compared, no signature was checked"));
+    rows += cautionRow();
     return rows.join(QLatin1Char('\n'));
 }

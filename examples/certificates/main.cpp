@@ -4,9 +4,10 @@
 #include "certificates/CertificateFile.h"
 #include "certificates/CertificatesOptions.h"
 #include "certificates/ChainReport.h"
-#include "certificates/Judgement.h"
 #include "common/CertificateRows.h"
 #include "common/Console.h"
+#include "common/FileBytes.h"
+#include "common/Judgement.h"
 #include "common/Platform.h"
 
 #include <QtCore/QCoreApplication>

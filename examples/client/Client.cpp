@@ -42,7 +42,9 @@ Client::Client(const ClientOptions& options)
 
 void Client::start()
 {
-    const QString failure = m_options.tls.loadForClients();
+    QString failure = m_options.tls.loadForClients();
+    if (failure.isNull())
+        failure = m_store.load(m_options.store);
     if (failure.isNull())
         connectToPeer();
     else
@@ -69,14 +71,21 @@ void Client::connectToPeer()
 
 void Client::judge(vela::CertVerify verdict, bool hostNameMatched, const QString& description)
 {
+    const StoreVerdict store = m_store.judge(*m_socket);
     if (!m_options.quiet) {
         console::note(
             QStringLiteral("connection   %1 of %2").arg(m_connection).arg(m_options.connections));
         console::note(peerReport(*m_socket, verdict, hostNameMatched, description));
+        for (const QString& row : store.rows)
+            console::note(row);
     }
     if (m_options.requireOk && verdict != vela::VerifyOk) {
         failAtPeer(ExitVerdict, QStringLiteral("the verdict is not OK but %1: %2")
                                     .arg(verdictName(verdict), description));
+    } else if (m_options.requireOk && m_options.store == StoreChoice::System
+               && store.verdict != vela::VerifyOk) {
+        failAtPeer(ExitVerdict, QStringLiteral("the verdict of the system's store is not OK but %1")
+                                    .arg(verdictName(store.verdict)));
     } else if (m_options.requireHostName && !hostNameMatched) {
         failAtPeer(ExitHostName, QStringLiteral("the certificate is for another host"));
     }

@@ -3,6 +3,7 @@
 #define FERRULE_EXAMPLES_CLIENT_H
 
 #include "client/ClientOptions.h"
+#include "client/PeerStore.h"
 #include "client/StandardInput.h"
 
 #include <Ferrule/SslSocket.h>
@@ -48,6 +49,7 @@ private:
 
     const ClientOptions m_options;
     StandardInput m_input;
+    PeerStore m_store;
     std::unique_ptr<vela::SslSocket> m_socket;
     QTimer m_limit; // For the connection and the handshake, the session ticket, and the closing.
     QTimer m_idle;  // How long the peer has been silent after the end of the input.

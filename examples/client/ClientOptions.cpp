@@ -24,6 +24,12 @@ const char DESCRIPTION[] =
     "those of OpenSSL's default locations are trusted as well. A bad verdict is reported and\n"
     "changes nothing, unless one of the --require options is given.\n"
     "\n"
+    "With --store a certificate store judges the peer's chain, too. The store \"system\" is the\n"
+    "trust of the operating system: on Linux its bundle, or what SSL_CERT_FILE and SSL_CERT_DIR\n"
+    "name instead, and the user's own roots. \"bundle\" is the bundle of public roots that the\n"
+    "library carries: this one does not judge, but it is searched for the chain's root. Neither\n"
+    "looks at the host name, or changes the verdict of the connection.\n"
+    "\n"
     "Exit status:\n"
     "  0  the connection ended in order (or --help, --version)\n"
     "  1  the command line is wrong\n"
@@ -31,7 +37,7 @@ const char DESCRIPTION[] =
     "  3  no connection: unknown host, closed port, unreachable\n"
     "  4  the handshake failed: no TLS there, no common cipher, closed by the peer\n"
     "  5  connection and handshake took longer than --timeout\n"
-    "  6  --require-ok: the verdict is not OK\n"
+    "  6  --require-ok: the verdict, or with --store system that of the store, is not OK\n"
     "  7  --require-host-name: the certificate is for another host\n"
     "  8  the connection broke, or the peer closed it before all input was sent; with TLS 1.3\n"
     "     also when the server turns down the client's certificate\n"
@@ -64,6 +70,11 @@ bool parseSeconds(const QString& text, int& msecs)
     return true;
 }
 
+QStringList storeNames()
+{
+    return {QStringLiteral("system"), QStringLiteral("bundle")};
+}
+
 /*! The parser and the options, in the order in which --help shows them. */
 struct CommandLine
 {
@@ -88,6 +99,10 @@ struct CommandLine
         QStringLiteral("Offer only the ciphers of the OpenSSL cipher list <list>. The ciphers of "
                        "TLS 1.3 are not affected."),
         QStringLiteral("list")};
+    QCommandLineOption store{QStringLiteral("store"),
+                             QStringLiteral("Also let the store <store> judge the peer: %1.")
+                                 .arg(storeNames().join(QStringLiteral(" or "))),
+                             QStringLiteral("store")};
     QCommandLineOption repeat{
         QStringLiteral("repeat"),
         QStringLiteral("Make <count> connections, one after the other, and report on each: shows "
@@ -107,7 +122,8 @@ struct CommandLine
         QStringLiteral("seconds")};
     QCommandLineOption requireOk{
         QStringLiteral("require-ok"),
-        QStringLiteral("End before any data is exchanged when the verdict is not OK. Does not "
+        QStringLiteral("End before any data is exchanged when the verdict is not OK; with --store "
+                       "system both verdicts must be, the connection's and the store's. Does not "
                        "look at the host name; add --require-host-name for that.")};
     QCommandLineOption requireHostName{
         QStringLiteral("require-host-name"),
@@ -115,8 +131,10 @@ struct CommandLine
                        "certificate is not HOST. Wildcards and alternative names do not count.")};
     QCommandLineOption quiet{QStringLiteral("quiet"),
                              QStringLiteral("Do not report on the peer; errors are still told.")};
-    QCommandLineOption verbose{QStringLiteral("verbose"),
-                               QStringLiteral("Also show the library's notes on its sessions.")};
+    QCommandLineOption verbose{
+        QStringLiteral("verbose"),
+        QStringLiteral("Also show the library's notes on its sessions, and the "
+                       "failures in its log.")};
     QCommandLineOption help{{QStringLiteral("h"), QStringLiteral("help")},
                             QStringLiteral("Print this text and end.")};
     QCommandLineOption version = parser.addVersionOption();
@@ -126,11 +144,12 @@ struct CommandLine
         parser.setApplicationDescription(QString::fromLatin1(DESCRIPTION));
         parser.addPositionalArgument(QStringLiteral("HOST:PORT"), QStringLiteral("The peer."),
                                      QStringLiteral("HOST:PORT"));
-        parser.addOptions({caFile, caDirectory, certificate, key, ciphers, repeat, timeout,
+        parser.addOptions({caFile, caDirectory, certificate, key, ciphers, store, repeat, timeout,
                            closeAfterInput, requireOk, requireHostName, quiet, verbose, help});
     }
 
     QString read(ClientOptions& options);
+    QString readStore(ClientOptions& options);
     QString readNumbers(ClientOptions& options);
 };
 
@@ -158,7 +177,20 @@ QString CommandLine::read(ClientOptions& options)
     options.requireOk = parser.isSet(requireOk);
     options.requireHostName = parser.isSet(requireHostName);
     options.verbose = parser.isSet(verbose);
-    return readNumbers(options);
+    const QString error = readStore(options);
+    return error.isNull() ? readNumbers(options) : error;
+}
+
+QString CommandLine::readStore(ClientOptions& options)
+{
+    if (!parser.isSet(store))
+        return QString();
+    const int index = storeNames().indexOf(parser.value(store));
+    if (index < 0)
+        return QStringLiteral("--store \"%1\" is not one of %2")
+            .arg(parser.value(store), storeNames().join(QStringLiteral(", ")));
+    options.store = index == 0 ? StoreChoice::System : StoreChoice::Bundle;
+    return QString();
 }
 
 QString CommandLine::readNumbers(ClientOptions& options)

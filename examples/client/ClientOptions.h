@@ -20,6 +20,13 @@ enum ExitStatus {
     ExitStandardStream = 9
 };
 
+//! Which store judges the peer, beside the verdict of the connection.
+enum class StoreChoice {
+    None,
+    System,
+    Bundle
+};
+
 //! What the command line asks for.
 struct ClientOptions
 {
@@ -29,6 +36,7 @@ struct ClientOptions
     int connections = 1;
     int timeoutMsecs = 0;          //!< 0 for no limit.
     int closeAfterInputMsecs = -1; //!< -1 to wait for the peer's close.
+    StoreChoice store = StoreChoice::None;
     bool quiet = false;
     bool requireOk = false;
     bool requireHostName = false;

@@ -4,9 +4,12 @@
 
 #include "client/Client.h"
 #include "common/Console.h"
+#include "common/LogDisplay.h"
 #include "common/Platform.h"
 
 #include <QtCore/QCoreApplication>
+
+#include <optional>
 
 int main(int argc, char** argv)
 {
@@ -20,6 +23,9 @@ int main(int argc, char** argv)
     if (!options.parse(QCoreApplication::arguments(), status))
         return status;
     console::installMessageHandler(options.verbose);
+    std::optional<LogDisplay> log;
+    if (options.verbose)
+        log.emplace();
 
     Client client(options);
     QMetaObject::invokeMethod(&client, &Client::start, Qt::QueuedConnection);

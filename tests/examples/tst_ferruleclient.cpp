@@ -64,7 +64,7 @@ void tst_FerruleClient::helpNamesEveryOptionAndStatus()
     client.start();
     QCOMPARE(client.finish(), 0);
     for (const QString& option :
-         words("--ca-file --ca-dir --cert --key --ciphers --repeat --timeout "
+         words("--ca-file --ca-dir --cert --key --ciphers --store --repeat --timeout "
                "--close-after-input --require-ok --require-host-name "
                "--quiet --verbose --help --version HOST:PORT"))
         QVERIFY2(client.output().contains(option.toLatin1()), qPrintable(option));
@@ -104,6 +104,8 @@ void tst_FerruleClient::wrongCommandLine_data()
         << QStringList{QStringLiteral("--ciphers="), QStringLiteral("a:1")};
     QTest::newRow("certificate alone") << words("--cert x.pem localhost:1");
     QTest::newRow("key alone") << words("--key x.pem localhost:1");
+    QTest::newRow("unknown store") << words("--store generic localhost:1");
+    QTest::newRow("empty store") << QStringList{QStringLiteral("--store="), QStringLiteral("a:1")};
     QTest::newRow("repeat 0") << words("--repeat 0 localhost:1");
     QTest::newRow("repeat word") << words("--repeat often localhost:1");
     QTest::newRow("timeout word") << words("--timeout soon localhost:1");

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "certificates/Judgement.h"
+#include "common/Judgement.h"
 
-#include "certificates/CertificateFile.h"
+#include "common/CertificateRows.h"
+#include "common/FileBytes.h"
 
 #include <QtCore/QBuffer>
 
@@ -113,4 +114,10 @@ QString judge(const vela::CertificateStore& store, const SslCertificateChain& ch
     const vela::CertAccept accept = store.trustInfo(store[index]).accept;
     return QStringLiteral("%1: %2, recorded as %3")
         .arg(decision(accept), found, acceptName(accept));
+}
+
+QString cautionRow()
+{
+    return reportRow("caution", QStringLiteral("no path validation: names and fingerprints were "
+                                               "compared, no signature was checked"));
 }

@@ -28,4 +28,7 @@ bool namesAsIssuer(const vela::SslCertificate& certificate, const vela::SslCerti
 */
 QString judge(const vela::CertificateStore& store, const vela::SslCertificateChain& chain);
 
+//! Returns the line of a report that says what judge() is not.
+QString cautionRow();
+
 #endif

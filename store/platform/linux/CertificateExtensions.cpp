@@ -1,0 +1,117 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "store/platform/linux/CertificateExtensions.h"
+
+#include "support/OpenSslCompat.h"
+
+#include <openssl/asn1.h>
+#include <openssl/objects.h>
+
+#include <algorithm>
+#include <array>
+
+namespace vela {
+
+namespace {
+
+using BasicConstraintsHandle =
+    std::unique_ptr<BASIC_CONSTRAINTS, OpenSslDeleter<BASIC_CONSTRAINTS_free>>;
+using BitStringHandle = std::unique_ptr<ASN1_BIT_STRING, OpenSslDeleter<ASN1_BIT_STRING_free>>;
+using ExtendedUsageHandle =
+    std::unique_ptr<EXTENDED_KEY_USAGE, OpenSslDeleter<EXTENDED_KEY_USAGE_free>>;
+using PolicyConstraintsHandle =
+    std::unique_ptr<POLICY_CONSTRAINTS, OpenSslDeleter<POLICY_CONSTRAINTS_free>>;
+using SubjectKeyIdHandle =
+    std::unique_ptr<ASN1_OCTET_STRING, OpenSslDeleter<ASN1_OCTET_STRING_free>>;
+
+constexpr int BIT_KEY_CERT_SIGN = 5;
+constexpr int OBJECT_TEXT_SIZE = 128;
+
+/*
+    Not the engine's own list: engines differ in theirs, and count extensions as supported that only
+    take effect with flags that nobody sets here, such as proxy certificates.
+*/
+constexpr std::array SUPPORTED_EXTENSIONS = {
+    NID_subject_key_identifier,  NID_key_usage,
+    NID_subject_alt_name,        NID_basic_constraints,
+    NID_certificate_policies,    NID_authority_key_identifier,
+    NID_crl_distribution_points, NID_ext_key_usage,
+    NID_policy_constraints,      NID_name_constraints,
+    NID_policy_mappings,         NID_inhibit_any_policy};
+
+bool isSupported(X509_EXTENSION* extension)
+{
+    const int nid = OBJ_obj2nid(X509_EXTENSION_get_object(extension));
+    return std::find(SUPPORTED_EXTENSIONS.begin(), SUPPORTED_EXTENSIONS.end(), nid)
+           != SUPPORTED_EXTENSIONS.end();
+}
+
+bool findUnsupportedCritical(X509* x509)
+{
+    for (int i = 0; i < X509_get_ext_count(x509); ++i) {
+        X509_EXTENSION* const extension = X509_get_ext(x509, i);
+        if (X509_EXTENSION_get_critical(extension) && !isSupported(extension))
+            return true;
+    }
+    return false;
+}
+
+} // namespace
+
+CertificateExtensions::CertificateExtensions(X509* x509)
+    : hasUnsupportedCritical(findUnsupportedCritical(x509))
+    , hasPolicyConstraints(read<PolicyConstraintsHandle>(x509, NID_policy_constraints) != nullptr)
+    , hasSubjectKeyId(read<SubjectKeyIdHandle>(x509, NID_subject_key_identifier) != nullptr)
+    , nameConstraints(read<NameConstraintsHandle>(x509, NID_name_constraints))
+    , authorityKeyId(read<AuthorityKeyIdHandle>(x509, NID_authority_key_identifier))
+{
+    readBasicConstraints(x509);
+    readKeyUsage(x509);
+    readExtendedUsages(x509);
+}
+
+template <typename Handle>
+Handle CertificateExtensions::read(X509* x509, int nid)
+{
+    constexpr int ABSENT = -1;
+    int critical = 0;
+    Handle handle(
+        static_cast<typename Handle::pointer>(X509_get_ext_d2i(x509, nid, &critical, nullptr)));
+    if (!handle && critical != ABSENT)
+        isMalformed = true;
+    return handle;
+}
+
+void CertificateExtensions::readBasicConstraints(X509* x509)
+{
+    const auto constraints = read<BasicConstraintsHandle>(x509, NID_basic_constraints);
+    if (!constraints)
+        return;
+    basicConstraints.emplace();
+    basicConstraints->isAuthority = constraints->ca != 0;
+    if (!constraints->pathlen)
+        return;
+    basicConstraints->pathLength = ASN1_INTEGER_get(constraints->pathlen);
+    if (*basicConstraints->pathLength < 0)
+        isMalformed = true;
+}
+
+void CertificateExtensions::readKeyUsage(X509* x509)
+{
+    const auto usage = read<BitStringHandle>(x509, NID_key_usage);
+    mayCertSign = !usage || ASN1_BIT_STRING_get_bit(usage.get(), BIT_KEY_CERT_SIGN) == 1;
+}
+
+void CertificateExtensions::readExtendedUsages(X509* x509)
+{
+    const auto usages = read<ExtendedUsageHandle>(x509, NID_ext_key_usage);
+    if (!usages)
+        return;
+    extendedUsages.emplace();
+    for (int i = 0; i < sk_ASN1_OBJECT_num(usages.get()); ++i) {
+        char text[OBJECT_TEXT_SIZE] = "";
+        OBJ_obj2txt(text, sizeof text, sk_ASN1_OBJECT_value(usages.get(), i), 1);
+        extendedUsages->emplace_back(text);
+    }
+}
+
+} // namespace vela

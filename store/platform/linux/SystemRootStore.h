@@ -1,0 +1,29 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#ifndef FERRULE_SYSTEMROOTSTORE_H
+#define FERRULE_SYSTEMROOTSTORE_H
+
+#include "store/platform/linux/PlatformStore.h"
+
+namespace vela {
+
+/*! The trusted roots as a store: says when they change, and is written to only by importing. */
+class SystemRootStore : public PlatformStore
+{
+public:
+    SystemRootStore() = default;
+    ~SystemRootStore() override;
+
+    std::vector<TrustCertificatePtr> issuersOf(const TrustCertificate& certificate) const override;
+    DWORD add(CertificateContext* context, DWORD disposition) override;
+    DWORD control(DWORD control, const EventPtr& event) override;
+    void close(DWORD flags) override;
+
+private:
+    DWORD notifyChange(const EventPtr& event);
+    DWORD resynchronise(const EventPtr& event);
+    DWORD cancelNotify(const EventPtr& event);
+};
+
+} // namespace vela
+
+#endif

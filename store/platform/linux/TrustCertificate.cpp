@@ -1,0 +1,168 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "store/platform/linux/TrustCertificate.h"
+
+#include "cert/OpenSslErrorMark.h"
+#include "support/OpenSslCompat.h"
+
+#include <QtCore/QHash>
+
+#include <openssl/objects.h>
+
+#include <iterator>
+#include <mutex>
+
+namespace vela {
+
+namespace {
+
+using TimeHandle = std::unique_ptr<ASN1_TIME, OpenSslDeleter<ASN1_STRING_free>>;
+
+constexpr qint64 SECONDS_OF_DAY = 86400;
+
+/*! The certificates in use, by encoding. Entries of certificates that have gone are swept up. */
+class CertificatePool
+{
+public:
+    TrustCertificatePtr find(const QByteArray& der)
+    {
+        const std::lock_guard<std::mutex> locker(m_mutex);
+        return m_certificates.value(der).lock();
+    }
+
+    //! Returns \a certificate, or the equal one that another thread was faster with.
+    TrustCertificatePtr insert(const TrustCertificatePtr& certificate)
+    {
+        const std::lock_guard<std::mutex> locker(m_mutex);
+        std::weak_ptr<const TrustCertificate>& entry = m_certificates[certificate->der()];
+        if (const TrustCertificatePtr other = entry.lock())
+            return other;
+        entry = certificate;
+        if (m_certificates.size() > m_sweepAt)
+            sweep();
+        return certificate;
+    }
+
+private:
+    void sweep()
+    {
+        for (auto entry = m_certificates.begin(); entry != m_certificates.end();)
+            entry = entry->expired() ? m_certificates.erase(entry) : std::next(entry);
+        m_sweepAt = qMax(FIRST_SWEEP, 2 * m_certificates.size());
+    }
+
+    static constexpr int FIRST_SWEEP = 512;
+    std::mutex m_mutex;
+    QHash<QByteArray, std::weak_ptr<const TrustCertificate>> m_certificates;
+    int m_sweepAt = FIRST_SWEEP;
+};
+
+CertificatePool pool;
+
+std::optional<qint64> toSeconds(const ASN1_TIME* time)
+{
+    const TimeHandle epoch(ASN1_TIME_set(nullptr, 0));
+    int days = 0;
+    int seconds = 0;
+    if (!epoch || ASN1_TIME_diff(&days, &seconds, epoch.get(), time) != 1)
+        return std::nullopt;
+    return days * SECONDS_OF_DAY + seconds;
+}
+
+QByteArray encodePublicKey(X509* x509)
+{
+    unsigned char* encoded = nullptr;
+    const int length = i2d_X509_PUBKEY(X509_get_X509_PUBKEY(x509), &encoded);
+    const QByteArray result(reinterpret_cast<const char*>(encoded), qMax(length, 0));
+    OPENSSL_free(encoded);
+    return result;
+}
+
+X509Handle decode(const QByteArray& der)
+{
+    const auto* const begin = reinterpret_cast<const unsigned char*>(der.constData());
+    const unsigned char* cursor = begin;
+    X509Handle x509(d2i_X509(nullptr, &cursor, der.size()));
+    if (!x509 || cursor != begin + der.size())
+        return nullptr;
+    // Lets the engine read what it keeps beside the certificate before other threads see it.
+    X509_check_purpose(x509.get(), -1, 0);
+    return x509;
+}
+
+} // namespace
+
+TrustCertificatePtr TrustCertificate::fromDer(const QByteArray& der)
+{
+    if (TrustCertificatePtr known = pool.find(der))
+        return known;
+    const OpenSslErrorMark mark;
+    X509Handle x509 = decode(der);
+    if (!x509)
+        return nullptr;
+    return pool.insert(std::make_shared<const TrustCertificate>(std::move(x509), der));
+}
+
+TrustCertificate::TrustCertificate(X509Handle x509, const QByteArray& der)
+    : m_der(der)
+    , m_x509(std::move(x509))
+    , m_extensions(m_x509.get())
+    , m_publicKey(encodePublicKey(m_x509.get()))
+    , m_subjectHash(X509_subject_name_hash(m_x509.get()))
+    , m_issuerHash(X509_issuer_name_hash(m_x509.get()))
+    , m_isSelfIssued(namesIssuer(*this))
+    , m_notBefore(toSeconds(X509_get0_notBefore(m_x509.get())))
+    , m_notAfter(toSeconds(X509_get0_notAfter(m_x509.get())))
+{
+}
+
+bool TrustCertificate::isVersion1() const
+{
+    return X509_get_version(x509()) == 0;
+}
+
+bool TrustCertificate::isValidAt(qint64 secondsSinceEpoch) const
+{
+    return m_notBefore && m_notAfter && *m_notBefore <= secondsSinceEpoch
+           && secondsSinceEpoch <= *m_notAfter;
+}
+
+bool TrustCertificate::hasWeakSignature() const
+{
+    int digest = NID_undef;
+    OBJ_find_sigid_algs(X509_get_signature_nid(x509()), &digest, nullptr);
+    return digest == NID_md2 || digest == NID_md4 || digest == NID_md5;
+}
+
+bool TrustCertificate::hasSubjectAndKeyOf(const TrustCertificate& other) const
+{
+    return m_publicKey == other.m_publicKey
+           && X509_NAME_cmp(X509_get_subject_name(x509()), X509_get_subject_name(other.x509()))
+                  == 0;
+}
+
+bool TrustCertificate::namesIssuer(const TrustCertificate& issuer) const
+{
+    return X509_NAME_cmp(X509_get_issuer_name(x509()), X509_get_subject_name(issuer.x509())) == 0;
+}
+
+TrustCertificate::IssuerMatch TrustCertificate::matchIssuer(const TrustCertificate& issuer) const
+{
+    AUTHORITY_KEYID* const id = m_extensions.authorityKeyId.get();
+    if (!id)
+        return IssuerMatch::Name;
+    if (X509_check_akid(issuer.x509(), id) != X509_V_OK)
+        return IssuerMatch::None;
+    if (id->issuer && id->serial)
+        return IssuerMatch::ExactId;
+    return id->keyid && issuer.extensions().hasSubjectKeyId ? IssuerMatch::KeyId
+                                                            : IssuerMatch::Name;
+}
+
+bool TrustCertificate::isSignedBy(const TrustCertificate& issuer) const
+{
+    const OpenSslErrorMark mark;
+    const EvpPkeyHandle key(X509_get_pubkey(issuer.x509()));
+    return key && X509_verify(x509(), key.get()) == 1;
+}
+
+} // namespace vela

@@ -1,0 +1,340 @@
+// SPDX-License-Identifier: BSD-3-Clause
+
+/*
+    How a store learns that the trusted roots have changed.
+
+    That something is not signalled is shown without waiting in vain: a second store, which is armed
+    again, is signalled for two later changes, and by then the first would have been as well.
+*/
+
+#include "PlannedCertificate.h"
+#include "SignalCounter.h"
+#include "TrustedRoots.h"
+
+#include <QtCore/QDir>
+#include <QtCore/QFile>
+#include <QtCore/QFileInfo>
+#include <QtTest/QtTest>
+
+#include <functional>
+#include <memory>
+
+using test::leafPlan;
+using test::PlannedCertificate;
+using test::WatchedStore;
+
+namespace {
+
+using Action = std::function<void(test::TrustedRoots&)>;
+
+QByteArray newRoot()
+{
+    static int number = 0;
+    return PlannedCertificate(leafPlan(QString::number(++number))).der();
+}
+
+void write(const QString& path, const QByteArray& content)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly) || file.write(content) != content.size())
+        qFatal("%s: %s", qPrintable(path), qPrintable(file.errorString()));
+}
+
+void replaceBundle(test::TrustedRoots& roots)
+{
+    roots.setRoots({newRoot()});
+}
+
+void import(test::TrustedRoots&)
+{
+    const QByteArray der = newRoot();
+    if (!vela::systemTrustPlatform().addEncodedCertificateToSystemStore(
+            L"ROOT", reinterpret_cast<const BYTE*>(der.constData()), DWORD(der.size()))) {
+        qFatal("the import failed");
+    }
+}
+
+QString certificateDirectory(const test::TrustedRoots& roots)
+{
+    return roots.path(QStringLiteral("certs"));
+}
+
+void addToDirectory(test::TrustedRoots& roots)
+{
+    static int number = 0;
+    const QString name = QStringLiteral("/%1.pem").arg(++number);
+    QDir().mkpath(certificateDirectory(roots));
+    write(certificateDirectory(roots) + name, test::toPem(newRoot()));
+}
+
+void nothing(test::TrustedRoots&)
+{
+}
+
+int threadCount()
+{
+    return QDir(QStringLiteral("/proc/self/task"))
+        .entryList(QDir::Dirs | QDir::NoDotAndDotDot)
+        .size();
+}
+
+} // namespace
+
+Q_DECLARE_METATYPE(Action)
+
+class RootChangesTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void cleanup();
+    void changeIsSignalledOnce_data();
+    void changeIsSignalledOnce();
+    void severalWritesAreOneChange();
+    void otherFilesAreNoChange();
+    void eachStoreIsSignalled();
+    void changeBeforeItIsReadIsNoChangeAfterwards();
+    void cancelledStoreIsNotSignalled();
+    void closedStoreIsNotSignalled();
+    void lastStoreTakesItsThreadsAlong();
+    void notificationNeedsAnEvent();
+    void otherControlsAreRefused();
+
+private:
+    //! Lets the watcher pass twice over all that has happened so far.
+    void letTheWatcherPass();
+
+    std::unique_ptr<test::TrustedRoots> m_roots;
+};
+
+void RootChangesTest::init()
+{
+    m_roots = std::make_unique<test::TrustedRoots>();
+    m_roots->environment().set("SSL_CERT_DIR", QFile::encodeName(certificateDirectory(*m_roots)));
+    replaceBundle(*m_roots);
+}
+
+void RootChangesTest::cleanup()
+{
+    m_roots.reset();
+}
+
+void RootChangesTest::letTheWatcherPass()
+{
+    WatchedStore witness;
+    for (int pass = 1; pass <= 2; ++pass) {
+        replaceBundle(*m_roots);
+        QVERIFY(witness.waitFor(pass));
+        witness.resynchronise();
+    }
+}
+
+void RootChangesTest::changeIsSignalledOnce_data()
+{
+    QTest::addColumn<Action>("prepare");
+    QTest::addColumn<Action>("change");
+    const auto row = [](const char* name, const Action& prepare, const Action& change) {
+        QTest::newRow(name) << prepare << change;
+    };
+
+    row("bundle replaced", nothing, replaceBundle);
+    row("bundle written in place", nothing,
+        [](test::TrustedRoots& roots) { write(roots.bundlePath(), test::toPem(newRoot())); });
+    row("bundle removed", nothing,
+        [](test::TrustedRoots& roots) { QFile::remove(roots.bundlePath()); });
+    row(
+        "bundle appears", [](test::TrustedRoots& roots) { QFile::remove(roots.bundlePath()); },
+        replaceBundle);
+    row("directory appears", nothing, addToDirectory);
+    row("file added to the directory", addToDirectory, addToDirectory);
+    row("file removed from the directory", addToDirectory, [](test::TrustedRoots& roots) {
+        QDir directory(certificateDirectory(roots));
+        QVERIFY(directory.remove(directory.entryList(QDir::Files).value(0)));
+    });
+    row("directory moved away", addToDirectory, [](test::TrustedRoots& roots) {
+        QVERIFY(QDir().rename(certificateDirectory(roots), roots.path(QStringLiteral("away"))));
+    });
+    row(
+        "other target for a link to the bundle",
+        [](test::TrustedRoots& roots) {
+            for (const char* name : {"one", "other"}) {
+                QDir().mkpath(roots.path(QLatin1String(name)));
+                write(roots.path(QLatin1String(name)) + QStringLiteral("/bundle.pem"),
+                      test::toPem(newRoot()));
+            }
+            QFile::remove(roots.bundlePath());
+            QVERIFY(QFile::link(roots.path(QStringLiteral("one")),
+                                roots.path(QStringLiteral("current"))));
+            QVERIFY(
+                QFile::link(roots.path(QStringLiteral("current/bundle.pem")), roots.bundlePath()));
+        },
+        [](test::TrustedRoots& roots) {
+            QFile::remove(roots.path(QStringLiteral("current")));
+            QVERIFY(QFile::link(roots.path(QStringLiteral("other")),
+                                roots.path(QStringLiteral("current"))));
+        });
+    row(
+        "file behind a link replaced",
+        [](test::TrustedRoots& roots) {
+            QDir().mkpath(roots.path(QStringLiteral("elsewhere")));
+            write(roots.path(QStringLiteral("elsewhere/file.pem")), test::toPem(newRoot()));
+            QFile::remove(roots.bundlePath());
+            QVERIFY(
+                QFile::link(roots.path(QStringLiteral("elsewhere/file.pem")), roots.bundlePath()));
+        },
+        [](test::TrustedRoots& roots) {
+            write(roots.path(QStringLiteral("elsewhere/file.pem")), test::toPem(newRoot()));
+        });
+    row("first import of the user", nothing, import);
+    row("second import of the user", import, import);
+    row("user's directory removed", import, [](test::TrustedRoots& roots) {
+        QVERIFY(QDir(roots.path(QStringLiteral("data"))).removeRecursively());
+    });
+}
+
+void RootChangesTest::changeIsSignalledOnce()
+{
+    QFETCH(Action, prepare);
+    QFETCH(Action, change);
+    prepare(*m_roots);
+    WatchedStore store;
+    change(*m_roots);
+    QVERIFY(store.waitFor(1));
+    letTheWatcherPass();
+    QCOMPARE(store.count(), 1);
+
+    // Armed again it is signalled again.
+    store.resynchronise();
+    import(*m_roots);
+    QVERIFY(store.waitFor(2));
+    letTheWatcherPass();
+    QCOMPARE(store.count(), 2);
+}
+
+void RootChangesTest::severalWritesAreOneChange()
+{
+    WatchedStore store;
+    for (int i = 0; i < 10; ++i) {
+        replaceBundle(*m_roots);
+        addToDirectory(*m_roots);
+        import(*m_roots);
+    }
+    QVERIFY(store.waitFor(1));
+    letTheWatcherPass();
+    QCOMPARE(store.count(), 1);
+}
+
+void RootChangesTest::otherFilesAreNoChange()
+{
+    import(*m_roots);
+    WatchedStore store;
+    write(m_roots->path(QStringLiteral("other")), "something");
+    write(m_roots->userDirectory() + QStringLiteral("/other.txt"), "something");
+    QDir().mkpath(certificateDirectory(*m_roots) + QStringLiteral("/empty"));
+    {
+        // Looks at the directories after what has happened, without a change of the roots.
+        WatchedStore later;
+        import(*m_roots);
+        QVERIFY(later.waitFor(1));
+    }
+    QVERIFY(store.waitFor(1));
+    QCOMPARE(store.count(), 1);
+}
+
+void RootChangesTest::eachStoreIsSignalled()
+{
+    WatchedStore one;
+    WatchedStore other;
+    replaceBundle(*m_roots);
+    QVERIFY(one.waitFor(1));
+    QVERIFY(other.waitFor(1));
+    one.resynchronise();
+    letTheWatcherPass();
+    QVERIFY(one.waitFor(2));
+    QCOMPARE(other.count(), 1);
+}
+
+void RootChangesTest::changeBeforeItIsReadIsNoChangeAfterwards()
+{
+    WatchedStore store;
+    replaceBundle(*m_roots);
+    QVERIFY(store.waitFor(1));
+    replaceBundle(*m_roots);
+    store.resynchronise();
+    WatchedStore witness;
+    import(*m_roots);
+    QVERIFY(witness.waitFor(1));
+    QVERIFY(store.waitFor(2));
+    letTheWatcherPass();
+    QCOMPARE(store.count(), 2);
+}
+
+void RootChangesTest::cancelledStoreIsNotSignalled()
+{
+    WatchedStore store;
+    store.control(CERT_STORE_CTRL_CANCEL_NOTIFY);
+    letTheWatcherPass();
+    QCOMPARE(store.count(), 0);
+    store.control(CERT_STORE_CTRL_NOTIFY_CHANGE);
+    replaceBundle(*m_roots);
+    QVERIFY(store.waitFor(1));
+}
+
+void RootChangesTest::closedStoreIsNotSignalled()
+{
+    test::SignalCounter counter;
+    vela::TrustPlatform& platform = vela::systemTrustPlatform();
+    const HCERTSTORE store = platform.openSystemStore(0, L"ROOT");
+    const HANDLE event = counter.event();
+    QVERIFY(platform.controlStore(store, 2, CERT_STORE_CTRL_NOTIFY_CHANGE, &event));
+    QVERIFY(platform.closeStore(store, CERT_CLOSE_STORE_FORCE_FLAG));
+    letTheWatcherPass();
+    QCOMPARE(counter.count(), 0);
+}
+
+void RootChangesTest::lastStoreTakesItsThreadsAlong()
+{
+    const int before = threadCount();
+    {
+        WatchedStore one;
+        const WatchedStore other;
+        QVERIFY(threadCount() > before);
+        replaceBundle(*m_roots);
+        QVERIFY(one.waitFor(1));
+    }
+    // The kernel lists a thread for a moment after it has been joined.
+    QTRY_COMPARE(threadCount(), before);
+}
+
+void RootChangesTest::notificationNeedsAnEvent()
+{
+    vela::TrustPlatform& platform = vela::systemTrustPlatform();
+    const HCERTSTORE store = platform.openSystemStore(0, L"ROOT");
+    const HANDLE none = nullptr;
+    QVERIFY(!platform.controlStore(store, 2, CERT_STORE_CTRL_NOTIFY_CHANGE, &none));
+    QCOMPARE(platform.lastError(), DWORD(ERROR_INVALID_HANDLE));
+    QVERIFY(!platform.controlStore(store, 2, CERT_STORE_CTRL_NOTIFY_CHANGE, nullptr));
+    QVERIFY(platform.controlStore(store, 2, CERT_STORE_CTRL_RESYNC, nullptr));
+    QVERIFY(platform.controlStore(store, 2, CERT_STORE_CTRL_CANCEL_NOTIFY, nullptr));
+    QVERIFY(platform.closeStore(store, 0));
+}
+
+void RootChangesTest::otherControlsAreRefused()
+{
+    vela::TrustPlatform& platform = vela::systemTrustPlatform();
+    const HCERTSTORE store = platform.openSystemStore(0, L"ROOT");
+    QVERIFY(!platform.controlStore(store, 2, 3, nullptr));
+    QCOMPARE(platform.lastError(), DWORD(ERROR_CALL_NOT_IMPLEMENTED));
+    QVERIFY(platform.closeStore(store, 0));
+    const HCERTSTORE memory = platform.openStore(CERT_STORE_PROV_MEMORY, X509_ASN_ENCODING, 0,
+                                                 CERT_STORE_CREATE_NEW_FLAG, nullptr);
+    QVERIFY(!platform.controlStore(memory, 2, CERT_STORE_CTRL_RESYNC, nullptr));
+    QCOMPARE(platform.lastError(), DWORD(ERROR_CALL_NOT_IMPLEMENTED));
+    QVERIFY(platform.closeStore(memory, 0));
+    QVERIFY(!platform.controlStore(nullptr, 2, CERT_STORE_CTRL_RESYNC, nullptr));
+    QCOMPARE(platform.lastError(), DWORD(ERROR_INVALID_HANDLE));
+}
+
+QTEST_GUILESS_MAIN(RootChangesTest)
+#include "tst_rootchanges.moc"
