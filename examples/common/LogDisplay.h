@@ -2,6 +2,8 @@
 #ifndef FERRULE_EXAMPLES_LOGDISPLAY_H
 #define FERRULE_EXAMPLES_LOGDISPLAY_H
 
+#include <QtCore/qglobal.h>
+
 #include <ostream>
 #include <sstream>
 
@@ -22,8 +24,7 @@ private:
         int sync() override;
     };
 
-    LogDisplay(const LogDisplay&) = delete;
-    LogDisplay& operator=(const LogDisplay&) = delete;
+    Q_DISABLE_COPY(LogDisplay)
 
     Lines m_lines;
     std::wostream m_stream{&m_lines};
