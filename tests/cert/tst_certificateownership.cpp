@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
+#include "tests/common/HandleWatch.h"
 #include "tests/common/TestCertificates.h"
 
 #include <Ferrule/SslCertificate.h>
@@ -20,15 +21,6 @@ struct Certificate : SslCertificate
     using SslCertificate::setX509;
 };
 
-int freedHandles = 0;
-int watchIndex = -1;
-
-void countFreed(void*, void* data, CRYPTO_EX_DATA*, int, long, void*)
-{
-    if (data == &freedHandles)
-        ++freedHandles;
-}
-
 QString text(const char* latin1)
 {
     return QString::fromLatin1(latin1);
@@ -41,15 +33,13 @@ test::Identity identityOf(test::KeyType keyType = test::KeyType::EcP256)
     return test::makeIdentity(spec);
 }
 
-//! Parses \a identity's certificate into a handle whose end is counted in freedHandles.
+//! Parses \a identity's certificate into a handle whose end is counted in test::freedHandles.
 X509* watchedHandle(const test::Identity& identity)
 {
     const QByteArray der = identity.der();
     const auto* position = reinterpret_cast<const unsigned char*>(der.constData());
     X509* x509 = d2i_X509(nullptr, &position, der.size());
-    if (!x509 || !X509_set_ex_data(x509, watchIndex, &freedHandles))
-        qFatal("cannot watch a certificate");
-    return x509;
+    return test::watched(x509);
 }
 
 } // namespace
@@ -59,7 +49,6 @@ class CertificateOwnershipTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase();
     void init();
 
     void ownedHandleIsFreedByTheDestructor();
@@ -80,24 +69,18 @@ private Q_SLOTS:
     void sharedPointerFreesOnce();
 };
 
-void CertificateOwnershipTest::initTestCase()
-{
-    watchIndex = X509_get_ex_new_index(0, nullptr, nullptr, nullptr, countFreed);
-    QVERIFY(watchIndex >= 0);
-}
-
 void CertificateOwnershipTest::init()
 {
-    freedHandles = 0;
+    test::freedHandles = 0;
 }
 
 void CertificateOwnershipTest::ownedHandleIsFreedByTheDestructor()
 {
     {
         const SslCertificate certificate(watchedHandle(identityOf()), true);
-        QCOMPARE(freedHandles, 0);
+        QCOMPARE(test::freedHandles, 0);
     }
-    QCOMPARE(freedHandles, 1);
+    QCOMPARE(test::freedHandles, 1);
 }
 
 void CertificateOwnershipTest::unownedHandleIsNotFreed()
@@ -106,9 +89,9 @@ void CertificateOwnershipTest::unownedHandleIsNotFreed()
     {
         const SslCertificate certificate(x509, false);
     }
-    QCOMPARE(freedHandles, 0);
+    QCOMPARE(test::freedHandles, 0);
     X509_free(x509);
-    QCOMPARE(freedHandles, 1);
+    QCOMPARE(test::freedHandles, 1);
 }
 
 void CertificateOwnershipTest::copyDoesNotOwn()
@@ -118,7 +101,7 @@ void CertificateOwnershipTest::copyDoesNotOwn()
         const SslCertificate copy(source);
         QCOMPARE(copy.x509(), source.x509());
     }
-    QCOMPARE(freedHandles, 0);
+    QCOMPARE(test::freedHandles, 0);
     QCOMPARE(source.serialNumber(), QByteArray(1, '\1'));
 }
 
@@ -129,10 +112,10 @@ void CertificateOwnershipTest::copyDanglesOnceItsSourceIsGone()
         const SslCertificate copy(*source);
         const x509_st* handle = source->x509();
         source.reset();
-        QCOMPARE(freedHandles, 1);
+        QCOMPARE(test::freedHandles, 1);
         QCOMPARE(copy.x509(), handle);
     }
-    QCOMPARE(freedHandles, 1);
+    QCOMPARE(test::freedHandles, 1);
 }
 
 void CertificateOwnershipTest::assignmentDoesNotOwn()
@@ -143,7 +126,7 @@ void CertificateOwnershipTest::assignmentDoesNotOwn()
         assigned = source;
         QCOMPARE(assigned.x509(), const_cast<x509_st*>(source.x509()));
     }
-    QCOMPARE(freedHandles, 0);
+    QCOMPARE(test::freedHandles, 0);
 }
 
 void CertificateOwnershipTest::assignmentFreesWhatWasOwned()
@@ -153,16 +136,16 @@ void CertificateOwnershipTest::assignmentFreesWhatWasOwned()
     {
         SslCertificate assigned(watchedHandle(identityOf()), true);
         assigned = source;
-        QCOMPARE(freedHandles, 1);
+        QCOMPARE(test::freedHandles, 1);
     }
-    QCOMPARE(freedHandles, 1);
+    QCOMPARE(test::freedHandles, 1);
 }
 
 void CertificateOwnershipTest::assignmentOfAnEmptyObjectFreesWhatWasOwned()
 {
     SslCertificate assigned(watchedHandle(identityOf(test::KeyType::Rsa2048)), true);
     assigned = SslCertificate();
-    QCOMPARE(freedHandles, 1);
+    QCOMPARE(test::freedHandles, 1);
     QVERIFY(assigned.isEmpty());
     QVERIFY(assigned.subjectAttributes().isEmpty());
     QCOMPARE(assigned.cipher().authenticationBits, 0);
@@ -175,11 +158,11 @@ void CertificateOwnershipTest::assignmentToItselfChangesNothing()
         const QByteArray sha1 = certificate.sha1Digest();
         SslCertificate& same = certificate;
         certificate = same;
-        QCOMPARE(freedHandles, 0);
+        QCOMPARE(test::freedHandles, 0);
         QCOMPARE(certificate.sha1Digest(), sha1);
         QCOMPARE(certificate.subjectCommonName(), text("localhost"));
     }
-    QCOMPARE(freedHandles, 1);
+    QCOMPARE(test::freedHandles, 1);
 }
 
 void CertificateOwnershipTest::settingTheSameHandleChangesNothing()
@@ -191,13 +174,13 @@ void CertificateOwnershipTest::settingTheSameHandleChangesNothing()
         unowned.setX509(x509, true);
         QCOMPARE(unowned.sha1Digest(), QByteArray("sha1"));
     }
-    QCOMPARE(freedHandles, 0);
+    QCOMPARE(test::freedHandles, 0);
     {
         Certificate owned(x509, true);
         owned.setX509(x509, false);
-        QCOMPARE(freedHandles, 0);
+        QCOMPARE(test::freedHandles, 0);
     }
-    QCOMPARE(freedHandles, 1);
+    QCOMPARE(test::freedHandles, 1);
 }
 
 void CertificateOwnershipTest::settingAnotherHandleReplacesEverything()
@@ -210,7 +193,7 @@ void CertificateOwnershipTest::settingAnotherHandleReplacesEverything()
     const QByteArray md5 = certificate.md5Digest();
 
     certificate.setX509(other.x509(), false);
-    QCOMPARE(freedHandles, 1);
+    QCOMPARE(test::freedHandles, 1);
     QCOMPARE(certificate.x509(), other.x509());
     QVERIFY(certificate.sha1Digest() != sha1);
     QVERIFY(certificate.md5Digest() != md5);
@@ -222,7 +205,7 @@ void CertificateOwnershipTest::settingNullEmptiesAllButTheCipher()
 {
     Certificate certificate(watchedHandle(identityOf(test::KeyType::Rsa2048)), true);
     certificate.setX509(nullptr, false);
-    QCOMPARE(freedHandles, 1);
+    QCOMPARE(test::freedHandles, 1);
     QVERIFY(certificate.isEmpty());
     QVERIFY(certificate.sha1Digest().isEmpty());
     QVERIFY(certificate.md5Digest().isEmpty());
@@ -252,7 +235,7 @@ void CertificateOwnershipTest::clearEmptiesAllButTheKeySize()
     certificate.setCipherDescription(text("A B Kx=C Au=D Enc=E Mac=F export"));
     certificate.setCipher(text("A"), 128, text("B"));
     certificate.clear();
-    QCOMPARE(freedHandles, 1);
+    QCOMPARE(test::freedHandles, 1);
     QVERIFY(certificate.isEmpty());
     QVERIFY(!certificate.x509());
     QVERIFY(certificate.sha1Digest().isEmpty());
@@ -266,7 +249,7 @@ void CertificateOwnershipTest::clearEmptiesAllButTheKeySize()
     QCOMPARE(certificate.cipher().bits, 0);
     QCOMPARE(certificate.cipher().authenticationBits, 2048);
     certificate.clear();
-    QCOMPARE(freedHandles, 1);
+    QCOMPARE(test::freedHandles, 1);
 }
 
 void CertificateOwnershipTest::clearedObjectCanBeUsedAgain()
@@ -275,12 +258,12 @@ void CertificateOwnershipTest::clearedObjectCanBeUsedAgain()
     {
         Certificate certificate(watchedHandle(identityOf()), true);
         certificate.clear();
-        QCOMPARE(freedHandles, 1);
+        QCOMPARE(test::freedHandles, 1);
         // The flag of the handle that is gone must not free the next one.
         certificate.setX509(x509, false);
         QCOMPARE(certificate.subjectCommonName(), text("localhost"));
     }
-    QCOMPARE(freedHandles, 1);
+    QCOMPARE(test::freedHandles, 1);
     X509_free(x509);
 }
 
@@ -289,7 +272,7 @@ void CertificateOwnershipTest::clearOfAnUnownedHandleDoesNotFreeIt()
     X509* x509 = watchedHandle(identityOf());
     SslCertificate certificate(x509, false);
     certificate.clear();
-    QCOMPARE(freedHandles, 0);
+    QCOMPARE(test::freedHandles, 0);
     QVERIFY(certificate.isEmpty());
     X509_free(x509);
 }
@@ -299,9 +282,9 @@ void CertificateOwnershipTest::sharedPointerFreesOnce()
     vela::SslCertificatePtr first(new SslCertificate(watchedHandle(identityOf()), true));
     vela::SslCertificatePtr second = first;
     first.reset();
-    QCOMPARE(freedHandles, 0);
+    QCOMPARE(test::freedHandles, 0);
     second.reset();
-    QCOMPARE(freedHandles, 1);
+    QCOMPARE(test::freedHandles, 1);
 }
 
 QTEST_GUILESS_MAIN(CertificateOwnershipTest)

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
+#include "tests/common/HandleWatch.h"
 #include "tests/common/PemFile.h"
 #include "tests/common/TestCertificates.h"
 
@@ -31,15 +32,6 @@ struct Row
     Certificates b;
 };
 
-int freedHandles = 0;
-int watchIndex = -1;
-
-void countFreed(void*, void* data, CRYPTO_EX_DATA*, int, long, void*)
-{
-    if (data == &freedHandles)
-        ++freedHandles;
-}
-
 QString text(const char* latin1)
 {
     return QString::fromLatin1(latin1);
@@ -50,14 +42,6 @@ test::Identity makeNamed(const char* commonName)
     test::CertificateSpec spec;
     spec.commonName = text(commonName);
     return test::makeIdentity(spec);
-}
-
-//! Counts the end of \a handle in freedHandles.
-x509_st* watched(x509_st* handle)
-{
-    if (!handle || !X509_set_ex_data(handle, watchIndex, &freedHandles))
-        qFatal("cannot watch a certificate");
-    return handle;
 }
 
 Handles readPem(const QByteArray& pem)
@@ -172,8 +156,6 @@ private:
 
 void SslCertificateChainTest::initTestCase()
 {
-    watchIndex = X509_get_ex_new_index(0, nullptr, nullptr, nullptr, countFreed);
-    QVERIFY(watchIndex >= 0);
     m_leaf = makeNamed("leaf");
     m_root = makeNamed("root");
     m_leafPem = test::toPem(m_leaf.der());
@@ -182,7 +164,7 @@ void SslCertificateChainTest::initTestCase()
 
 void SslCertificateChainTest::init()
 {
-    freedHandles = 0;
+    test::freedHandles = 0;
 }
 
 void SslCertificateChainTest::cleanup()
@@ -470,15 +452,15 @@ void SslCertificateChainTest::releaseSkipsNullEntries()
     Handles handles = readPem(m_leafPem + m_rootPem);
     QCOMPARE(handles.size(), 2);
     for (x509_st* handle : qAsConst(handles))
-        watched(handle);
+        test::watched(handle);
     handles.prepend(nullptr);
     handles.insert(2, nullptr);
     handles.append(nullptr);
     SslCertificateChain::release(handles);
-    QCOMPARE(freedHandles, 2);
+    QCOMPARE(test::freedHandles, 2);
     QVERIFY(handles.isEmpty());
     SslCertificateChain::release(handles);
-    QCOMPARE(freedHandles, 2);
+    QCOMPARE(test::freedHandles, 2);
 }
 
 void SslCertificateChainTest::chainDoesNotOwnWrappedHandles()
@@ -486,17 +468,17 @@ void SslCertificateChainTest::chainDoesNotOwnWrappedHandles()
     Handles handles = readPem(m_leafPem + m_rootPem);
     QCOMPARE(handles.size(), 2);
     for (x509_st* handle : qAsConst(handles))
-        watched(handle);
+        test::watched(handle);
     {
         SslCertificateChain chain(handles);
         chain << handles << handles.at(0);
         chain = handles;
         const SslCertificateChain copy(chain);
     }
-    QCOMPARE(freedHandles, 0);
+    QCOMPARE(test::freedHandles, 0);
     QCOMPARE(sha1Of(handles), sha1Of({m_leaf.x509(), m_root.x509()}));
     SslCertificateChain::release(handles);
-    QCOMPARE(freedHandles, 2);
+    QCOMPARE(test::freedHandles, 2);
 }
 
 void SslCertificateChainTest::ownedCertificatesGoWithTheLastPointer()
@@ -505,31 +487,31 @@ void SslCertificateChainTest::ownedCertificatesGoWithTheLastPointer()
     {
         SslCertificateChain chain;
         chain << parse(m_leafPem) << parse(m_rootPem);
-        watched(chain.at(0)->x509());
-        watched(chain.at(1)->x509());
+        test::watched(chain.at(0)->x509());
+        test::watched(chain.at(1)->x509());
         const SslCertificateChain copy(chain);
         chain.clear();
-        QCOMPARE(freedHandles, 0);
+        QCOMPARE(test::freedHandles, 0);
         last = copy.endCert();
     }
-    QCOMPARE(freedHandles, 1);
+    QCOMPARE(test::freedHandles, 1);
     QCOMPARE(last->subjectCommonName(), text("leaf"));
     last.reset();
-    QCOMPARE(freedHandles, 2);
+    QCOMPARE(test::freedHandles, 2);
 }
 
 void SslCertificateChainTest::ownedCopyOutlivesTheHandles()
 {
     Handles handles = readPem(m_leafPem + m_rootPem);
     for (x509_st* handle : qAsConst(handles))
-        watched(handle);
+        test::watched(handle);
     SslCertificateChain copy = SslCertificateChain(handles).ownedCopy();
     SslCertificateChain::release(handles);
-    QCOMPARE(freedHandles, 0);
+    QCOMPARE(test::freedHandles, 0);
     QCOMPARE(copy.size(), 2);
     QCOMPARE(copy.encodePem().toLatin1(), m_leafPem + m_rootPem);
     copy.clear();
-    QCOMPARE(freedHandles, 2);
+    QCOMPARE(test::freedHandles, 2);
 }
 
 void SslCertificateChainTest::ownedCopyKeepsNullAndEmptyElements()
@@ -562,10 +544,10 @@ void SslCertificateChainTest::chainTravelsInAVariant()
     {
         SslCertificateChain chain;
         chain << parse(m_leafPem) << SslCertificatePtr();
-        watched(chain.at(0)->x509());
+        test::watched(chain.at(0)->x509());
         variant = QVariant(id, &chain);
     }
-    QCOMPARE(freedHandles, 0);
+    QCOMPARE(test::freedHandles, 0);
     QCOMPARE(QByteArray(variant.typeName()), QByteArray("vela::SslCertificateChain"));
     {
         const QVariant copy = variant;
@@ -575,7 +557,7 @@ void SslCertificateChainTest::chainTravelsInAVariant()
         QVERIFY(!chain->rootCert());
     }
     variant.clear();
-    QCOMPARE(freedHandles, 1);
+    QCOMPARE(test::freedHandles, 1);
 }
 
 void SslCertificateChainTest::chainTravelsThroughAQueuedSignal()
@@ -587,16 +569,16 @@ void SslCertificateChainTest::chainTravelsThroughAQueuedSignal()
     {
         SslCertificateChain chain;
         chain << parse(m_leafPem) << parse(m_rootPem);
-        watched(chain.at(0)->x509());
+        test::watched(chain.at(0)->x509());
         Q_EMIT sender.received(chain);
     }
     QVERIFY(receiver.taken.isEmpty());
-    QCOMPARE(freedHandles, 0);
+    QCOMPARE(test::freedHandles, 0);
     QCoreApplication::sendPostedEvents(&receiver);
     QCOMPARE(receiver.taken.size(), 1);
     QCOMPARE(receiver.taken.first().rootCert()->subjectCommonName(), text("root"));
     receiver.taken.clear();
-    QCOMPARE(freedHandles, 1);
+    QCOMPARE(test::freedHandles, 1);
 }
 
 QTEST_GUILESS_MAIN(SslCertificateChainTest)

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "support/OpenSslHandles.h"
+#include "tests/common/ErrorQueue.h"
 #include "tests/common/MessageLog.h"
 #include "tests/common/PemFile.h"
 #include "tests/common/TestCertificates.h"
@@ -49,14 +50,6 @@ X509Handle readDer(const QByteArray& der)
 QByteArray sha1Of(const X509Handle& handle)
 {
     return SslCertificate::sha1Digest(handle.get());
-}
-
-//! Puts an entry into OpenSSL's error queue as another user of the thread may leave it.
-void leaveAnError()
-{
-    const unsigned char garbage[] = {0x30, 0x01};
-    const unsigned char* position = garbage;
-    X509_free(d2i_X509(nullptr, &position, sizeof garbage));
 }
 
 } // namespace
@@ -484,7 +477,7 @@ void SslCertificateCodingTest::errorQueueStaysAsItWas()
     operation();
     QCOMPARE(ERR_peek_error(), 0UL);
 
-    leaveAnError();
+    test::leaveOpenSslErrors();
     const unsigned long oldest = ERR_peek_error();
     const unsigned long newest = ERR_peek_last_error();
     QVERIFY(oldest != 0);
