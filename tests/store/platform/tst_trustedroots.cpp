@@ -9,6 +9,7 @@
 #include "TrustedRoots.h"
 
 #include "store/platform/linux/RootCache.h"
+#include "tests/common/OpenSslCommand.h"
 
 #include <QtCore/QDir>
 #include <QtCore/QFile>
@@ -179,8 +180,11 @@ void TrustedRootsTest::systemsRootsAreTrustedWithoutEnvironment()
 {
     test::TrustedRoots roots;
     roots.environment().set("SSL_CERT_FILE", QByteArray());
-    if (!QFileInfo::exists(QStringLiteral("/etc/ssl/certs/ca-certificates.crt")))
+    if (!QFileInfo::exists(QStringLiteral("/etc/ssl/certs/ca-certificates.crt"))) {
+        if (test::isContinuousIntegration())
+            QFAIL("ca-certificates is not installed");
         QSKIP("this system keeps its authorities elsewhere");
+    }
     QVERIFY(vela::rootCache().current()->certificates.size() > 50);
 }
 
