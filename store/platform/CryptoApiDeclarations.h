@@ -5,7 +5,8 @@
 #include <cstdint>
 
 /*
-    The names are those of the Windows headers, so that one source reads the same on every system.
+    The names, and the forms of types and constants, are those of the Windows headers, so that one
+    source reads the same on every system. Linters would have them otherwise.
     Wide characters are the system's own wchar_t.
 */
 
