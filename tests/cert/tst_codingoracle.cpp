@@ -83,7 +83,7 @@ QByteArray takeElement(QByteArray* der, bool withHeader = false)
 /*!
     Returns the sequence that the command makes of the certificates in a PEM text, as PEM; empty
     when it finds none. Of its subcommands `nseq` takes every certificate up to the first that
-   cannot be read; the others take one alone, skip what is damaged, or refuse the whole text.
+    cannot be read; the others take one alone, skip what is damaged, or refuse the whole text.
 */
 QByteArray sequenceByCommand(QByteArray pem)
 {

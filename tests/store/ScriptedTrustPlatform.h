@@ -17,7 +17,7 @@ namespace test {
 
 /*!
     Takes the place of the operating system while it lives: writes down what it is asked, and
-   answers as it was told to. Not for use from several threads.
+    answers as it was told to. Not for use from several threads.
 
     A call is written as "operation argument argument ... -> result". Handles have names ("root",
     "extra", "event", "wait"; "engine 1" and "engine 2" for the first and the second that was made;

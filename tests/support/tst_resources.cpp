@@ -7,7 +7,7 @@
 
 /*
     The files that the library carries. The directory FERRULE_RESOURCES holds what they were made
-   of.
+    of.
 */
 class ResourcesTest : public QObject
 {

@@ -33,9 +33,9 @@ private:
     Finds the way from a certificate to a trusted root.
 
     There can be several: authorities certify each other, and renew their certificates under the
-   same name and key. All of them are tried, the likeliest first, until one is valid; otherwise the
-   one with the least wrong with it is the answer. A certificate that is trusted ends a path,
-   whether it is self-signed or not.
+    same name and key. All of them are tried, the likeliest first, until one is valid; otherwise the
+    one with the least wrong with it is the answer. A certificate that is trusted ends a path,
+    whether it is self-signed or not.
 
     The search ends with the best path so far when it has tried `MAX_PATHS` paths or verified
     `MAX_SIGNATURES` signatures, so that certificates made for the purpose cannot keep it busy. No

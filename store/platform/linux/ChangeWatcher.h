@@ -23,7 +23,7 @@ namespace vela {
     `MAX_SETTLE_TIME`. It must be armed again to be signalled again.
 
     A thread runs while anything is armed or may be armed again, that is, between the first arm()
-   and the last disarm(), which returns when the thread is gone.
+    and the last disarm(), which returns when the thread is gone.
 */
 class ChangeWatcher
 {
@@ -40,7 +40,7 @@ public:
 
     /*!
         Arms \a event, on behalf of \a owner, for changes of what was read as \a files. Returns
-       false when the system has no means left to watch.
+        false when the system has no means left to watch.
     */
     bool arm(const void* owner, const EventPtr& event, const RootLocations& locations,
              const RootFiles& files);

@@ -25,7 +25,7 @@ public:
     HANDLE createEvent(BOOL manualReset, BOOL initiallySignalled) override;
     /*!
         Only waits without end are offered. Unlike Windows, closeHandle() ends the wait for good:
-       the callback does not run any more when it returns.
+        the callback does not run any more when it returns.
     */
     BOOL registerWait(HANDLE* waitHandle, HANDLE event, WAITORTIMERCALLBACK callback, void* context,
                       DWORD milliseconds, DWORD flags) override;

@@ -31,7 +31,7 @@ private:
 /*!
     A store that lives in memory and only grows. Closing it by force frees the contexts that were
     added to it and have not been freed since, which is how users that leave that to the store get
-   by without leaks.
+    by without leaks.
 */
 class MemoryStore : public PlatformStore, public std::enable_shared_from_this<MemoryStore>
 {

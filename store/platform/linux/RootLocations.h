@@ -34,7 +34,7 @@ class RootLocations
 public:
     /*!
         Returns the system's places, or those that `SSL_CERT_FILE` and `SSL_CERT_DIR` name when one
-       of them is set, and the user's own directory.
+        of them is set, and the user's own directory.
 
         A program that runs with more rights than its user ignores the environment, like the user's
         directory that hangs on it.

@@ -2,7 +2,7 @@
 
 /*
     The Linux trust platform under several threads at once. Most of what this test has to say it
-   says through the thread sanitizer.
+    says through the thread sanitizer.
 */
 
 #include "ChainClient.h"
