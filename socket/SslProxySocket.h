@@ -31,7 +31,7 @@ namespace vela {
     \section signals Signals while the tunnel is being built
     None but error() and errorOccurred(). stateChanged() stays silent and state() what it was,
     UnconnectedState on a new socket, until the handshake is complete; peerName() and peerPort()
-   tell the server from the beginning, peerAddress() is the proxy's once the tunnel stands.
+    tell the server from the beginning, peerAddress() is the proxy's once the tunnel stands.
 
     \section failures Failures of the tunnel
     - An answer without the text "200" in it is a refusal: errorString() is the answer as it came
