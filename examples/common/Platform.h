@@ -2,7 +2,7 @@
 #ifndef FERRULE_EXAMPLES_PLATFORM_H
 #define FERRULE_EXAMPLES_PLATFORM_H
 
-#include <QtCore/QtGlobal>
+#include <QtCore/QString>
 
 /*!
     What the programs need of the operating system and Qt does not offer. One source file for each
@@ -30,6 +30,26 @@ bool writeOutput(const char* data, qint64 size);
     goes on.
 */
 void endSending(qintptr descriptor);
+
+//! What receive() and send() return when nothing can be done for the moment, and on failure.
+constexpr int WOULD_BLOCK = -1;
+constexpr int FAILED = -2;
+
+/*!
+    Receive and send over the TCP connection \a descriptor, which must not block. Return the number
+    of bytes; receive() returns 0 when the peer has ended its sending.
+*/
+int receive(qintptr descriptor, char* data, int size);
+int send(qintptr descriptor, const char* data, int size);
+
+//! Returns what made receive(), send() or duplicateSocket() fail just now.
+QString socketErrorText();
+
+//! Returns another descriptor of the same connection, -1 on failure.
+qintptr duplicateSocket(qintptr descriptor);
+
+//! Gives \a descriptor back. The connection ends with its last descriptor.
+void closeSocket(qintptr descriptor);
 
 } // namespace platform
 

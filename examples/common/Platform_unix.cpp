@@ -27,6 +27,13 @@ bool isTemporary(int error)
     return error == EAGAIN || error == EWOULDBLOCK;
 }
 
+int transferred(ssize_t count)
+{
+    if (count >= 0)
+        return static_cast<int>(count);
+    return isTemporary(errno) || errno == EINTR ? WOULD_BLOCK : FAILED;
+}
+
 } // namespace
 
 void prepareStandardStreams()
@@ -73,6 +80,31 @@ bool writeOutput(const char* data, qint64 size)
 void endSending(qintptr descriptor)
 {
     shutdown(static_cast<int>(descriptor), SHUT_WR);
+}
+
+int receive(qintptr descriptor, char* data, int size)
+{
+    return transferred(recv(static_cast<int>(descriptor), data, static_cast<size_t>(size), 0));
+}
+
+int send(qintptr descriptor, const char* data, int size)
+{
+    return transferred(::send(static_cast<int>(descriptor), data, static_cast<size_t>(size), 0));
+}
+
+QString socketErrorText()
+{
+    return qt_error_string(errno);
+}
+
+qintptr duplicateSocket(qintptr descriptor)
+{
+    return fcntl(static_cast<int>(descriptor), F_DUPFD_CLOEXEC, 0);
+}
+
+void closeSocket(qintptr descriptor)
+{
+    close(static_cast<int>(descriptor));
 }
 
 } // namespace platform

@@ -12,6 +12,17 @@
 
 namespace platform {
 
+namespace {
+
+int transferred(int count)
+{
+    if (count >= 0)
+        return count;
+    return WSAGetLastError() == WSAEWOULDBLOCK ? WOULD_BLOCK : FAILED;
+}
+
+} // namespace
+
 void prepareStandardStreams()
 {
     _setmode(_fileno(stdin), _O_BINARY);
@@ -40,6 +51,36 @@ bool writeOutput(const char* data, qint64 size)
 void endSending(qintptr descriptor)
 {
     shutdown(static_cast<SOCKET>(descriptor), SD_SEND);
+}
+
+int receive(qintptr descriptor, char* data, int size)
+{
+    return transferred(recv(static_cast<SOCKET>(descriptor), data, size, 0));
+}
+
+int send(qintptr descriptor, const char* data, int size)
+{
+    return transferred(::send(static_cast<SOCKET>(descriptor), data, size, 0));
+}
+
+QString socketErrorText()
+{
+    return qt_error_string(WSAGetLastError());
+}
+
+qintptr duplicateSocket(qintptr descriptor)
+{
+    WSAPROTOCOL_INFOW info;
+    if (WSADuplicateSocketW(static_cast<SOCKET>(descriptor), GetCurrentProcessId(), &info) != 0)
+        return -1;
+    const SOCKET copy = WSASocketW(FROM_PROTOCOL_INFO, FROM_PROTOCOL_INFO, FROM_PROTOCOL_INFO,
+                                   &info, 0, WSA_FLAG_OVERLAPPED);
+    return static_cast<qintptr>(copy);
+}
+
+void closeSocket(qintptr descriptor)
+{
+    closesocket(static_cast<SOCKET>(descriptor));
 }
 
 } // namespace platform
