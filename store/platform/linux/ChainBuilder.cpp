@@ -42,8 +42,9 @@ void ChainBuilder::extend()
     if (element.isSelfSigned)
         element.issuerInfo = issuerInfo(certificate->matchIssuer(*certificate));
 
-    const bool isTrusted = m_source.isTrusted(certificate);
-    if (isTrusted)
+    // An end certificate is not valid by being listed among the roots, unless it is one.
+    const bool isRoot = m_path.elements.size() > 1 || element.isSelfSigned;
+    if (isRoot && m_source.isTrusted(certificate))
         end(CertificatePath::End::Trusted);
     else if (element.isSelfSigned)
         end(CertificatePath::End::UntrustedRoot);
@@ -74,11 +75,8 @@ void ChainBuilder::extendBeyond(const TrustCertificatePtr& certificate)
     if (hasIssuer)
         return;
     // Nobody has signed this. The best that can be shown is who should have.
-    const auto claimed =
-        std::find_if(others.begin(), others.end(), [this, &certificate](const auto& issuer) {
-            return certificate->matchIssuer(*issuer) != TrustCertificate::IssuerMatch::None
-                   && !isInPath(*issuer);
-        });
+    const auto claimed = std::find_if(others.begin(), others.end(),
+                                      [this](const auto& issuer) { return !isInPath(*issuer); });
     if (claimed != others.end() && !isCyclic && !isExhausted())
         tryIssuer(*claimed, false);
     else
@@ -113,7 +111,7 @@ void ChainBuilder::end(CertificatePath::End end)
 {
     m_path.end = end;
     ++m_pathCount;
-    JudgedPath judged = judgePath(m_path, m_request);
+    JudgedPath judged = judgePath(m_path, m_request, &m_names);
     const int defects = defectsOf(judged);
     if (m_best && defects >= m_leastDefects)
         return;

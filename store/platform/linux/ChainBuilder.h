@@ -67,6 +67,7 @@ private:
 
     const CertificateSource& m_source;
     const ChainRequest& m_request;
+    NameJudge m_names;
     CertificatePath m_path;
     std::optional<JudgedPath> m_best;
     int m_leastDefects = 0;
