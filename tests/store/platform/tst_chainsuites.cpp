@@ -110,6 +110,12 @@ const Deviation OTHER_REASON = {"bssl::incorrect-trust-anchor/main", "PARTIAL_CH
 */
 const char* const ROOT_WITHOUT_CONSTRAINTS = "limbo::rfc5280::root-missing-basic-constraints";
 
+/*!
+    The one answer that depends on the engine: whether a number that is longer than it need be makes
+    a certificate none. The recorded one is the reference engine's, this the others'.
+*/
+const Deviation OTHER_ENGINES = {"x509test::xf-der-invalid-nonminimal-int", "no certificate", ""};
+
 const char* const CORE_REASONS[] = {"NOT_TIME_VALID",
                                     "NOT_SIGNATURE_VALID",
                                     "NOT_VALID_FOR_USAGE",
@@ -401,8 +407,9 @@ void ChainSuitesTest::answerOutsideOfWhatIsJudgedIsTheRecordedOne()
     const bool isRight = answer.verdict != vela::VerifyOk;
     ++m_scores[suite].notJudged[reasonNotToJudge(one)->tag];
     m_scores[suite].rightUnjudged += isRight ? 1 : 0;
-    QCOMPARE(answer.text(), m_answers.value(one.id));
     QCOMPARE(isRight, !answer.text().isEmpty());
+    if (one.id != QLatin1String(OTHER_ENGINES.id) || answer.text() != OTHER_ENGINES.errors)
+        QCOMPARE(answer.text(), m_answers.value(one.id));
     if (isForACoreReason(one) && !one.hasTag("strict-eku")
         && one.id != QLatin1String(ROOT_WITHOUT_CONSTRAINTS))
         QVERIFY2(isRight, answer.text());
