@@ -65,6 +65,13 @@ bool isHostName(const QByteArray& host)
            && !host.contains("..") && !std::all_of(lastLabel.begin(), lastLabel.end(), isDigit);
 }
 
+//! Whether \a base can be compared with: everything, a host, or with a leading period what is
+//! below.
+bool isHostConstraint(const QByteArray& base)
+{
+    return base.isEmpty() || isHostName(base.startsWith('.') ? base.mid(1) : base);
+}
+
 //! Whether \a host is \a base, or below it; letter case aside.
 bool isWithin(const QByteArray& host, const QByteArray& base)
 {
@@ -90,7 +97,7 @@ Match matchHost(const QByteArray& name, const QByteArray& base, Kind kind)
 {
     const bool isPattern = name.startsWith(WILDCARD);
     const QByteArray host = isPattern ? name.mid(int(qstrlen(WILDCARD))) : name;
-    if (!isHostName(host))
+    if (!isHostName(host) || !isHostConstraint(base))
         return Match::BadName;
     if (isWithin(name, base))
         return Match::Yes;
@@ -104,7 +111,7 @@ Match matchMailAddress(const QByteArray& name, const QByteArray& base)
     if (at <= 0 || at != name.lastIndexOf('@') || !isHostName(name.mid(at + 1)))
         return Match::BadName;
     const int baseAt = base.indexOf('@');
-    if (baseAt != base.lastIndexOf('@'))
+    if (baseAt != base.lastIndexOf('@') || !isHostConstraint(base.mid(baseAt + 1)))
         return Match::BadName;
     const bool isSameMailbox = baseAt <= 0 || name.left(at) == base.left(baseAt);
     return matched(isSameMailbox && isSameOrBelow(name.mid(at + 1), base.mid(baseAt + 1)));
@@ -128,7 +135,7 @@ QByteArray hostOf(const QByteArray& uri)
 Match matchUri(const QByteArray& name, const QByteArray& base)
 {
     const QByteArray host = hostOf(name);
-    if (!isHostName(host))
+    if (!isHostName(host) || !isHostConstraint(base))
         return Match::BadName;
     return matched(isSameOrBelow(host, base));
 }
