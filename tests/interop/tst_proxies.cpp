@@ -45,12 +45,13 @@ class tst_Proxies : public QObject
 
 private Q_SLOTS:
     void initTestCase();
+    // First of all: the tunnels of a process share their sessions, and the oldest is offered.
+    void resumesSession_data() { test::addProxyRows(); }
+    void resumesSession();
     void exchangesDataWithServerProgram_data() { addAccessRows(); }
     void exchangesDataWithServerProgram();
     void exchangesDataWithOwnServer_data() { addAccessRows(); }
     void exchangesDataWithOwnServer();
-    void resumesSession_data() { test::addProxyRows(); }
-    void resumesSession();
     void twentyTunnelsAtOnce_data() { test::addProxyRows(); }
     void twentyTunnelsAtOnce();
     void wrongPasswordIsRefused_data();
@@ -100,6 +101,28 @@ bool tst_Proxies::startServer(PeerProcess* server, const char* mode) const
     });
 }
 
+void tst_Proxies::resumesSession()
+{
+    QFETCH(ProxyProcess::Kind, proxy);
+    ProxyProcess program(proxy);
+    QVERIFY(program.serve());
+    PeerProcess server(QStringLiteral("openssl"));
+    // Its status page tells what it thinks of the connection.
+    QVERIFY(startServer(&server, "-www"));
+    TunnelClient client(m_files, program);
+    for (const QByteArray& expected : {QByteArrayLiteral("New, "), QByteArrayLiteral("Reused, ")}) {
+        QSignalSpy disconnected(&client, &QAbstractSocket::disconnected);
+        QVERIFY(test::establish(&client, LOCALHOST, server.port()));
+        QCOMPARE(client.verdict, vela::VerifyOk);
+        QCOMPARE(client.isSessionReused(), expected == "Reused, ");
+        client.write("GET / HTTP/1.0\r\n\r\n");
+        QVERIFY(disconnected.wait(test::CONNECT_TIMEOUT_MS));
+        const QByteArray page = client.readAll();
+        QVERIFY2(page.contains(expected), page.constData());
+    }
+    QCOMPARE(client.tunnels, 2);
+}
+
 void tst_Proxies::exchange(TunnelClient* client, QIODevice* server)
 {
     QCOMPARE(client->tunnels, 1);
@@ -137,28 +160,6 @@ void tst_Proxies::exchangesDataWithOwnServer()
     TunnelClient client(m_files, program, user, PASSWORD);
     QVERIFY(test::establish(&client, LOCALHOST, server.serverPort()));
     exchange(&client, server.awaitPeer());
-}
-
-void tst_Proxies::resumesSession()
-{
-    QFETCH(ProxyProcess::Kind, proxy);
-    ProxyProcess program(proxy);
-    QVERIFY(program.serve());
-    PeerProcess server(QStringLiteral("openssl"));
-    // Its status page tells what it thinks of the connection.
-    QVERIFY(startServer(&server, "-www"));
-    TunnelClient client(m_files, program);
-    for (const QByteArray& expected : {QByteArrayLiteral("New, "), QByteArrayLiteral("Reused, ")}) {
-        QSignalSpy disconnected(&client, &QAbstractSocket::disconnected);
-        QVERIFY(test::establish(&client, LOCALHOST, server.port()));
-        QCOMPARE(client.verdict, vela::VerifyOk);
-        QCOMPARE(client.isSessionReused(), expected == "Reused, ");
-        client.write("GET / HTTP/1.0\r\n\r\n");
-        QVERIFY(disconnected.wait(test::CONNECT_TIMEOUT_MS));
-        const QByteArray page = client.readAll();
-        QVERIFY2(page.contains(expected), page.constData());
-    }
-    QCOMPARE(client.tunnels, 2);
 }
 
 void tst_Proxies::twentyTunnelsAtOnce()
