@@ -176,6 +176,7 @@ private Q_SLOTS:
     void tunnelDeletedByTheHostLeavesAUsableSocket_data() { addStages(); }
     void tunnelDeletedByTheHostLeavesAUsableSocket();
     void manySocketsShareTheEmptyKeyWithServers();
+    void serverKeepsNothingOfATunnelsVerdict();
 
 private:
     static void addStages();
@@ -448,6 +449,33 @@ void ProxyConnectionsTest::manySocketsShareTheEmptyKeyWithServers()
                                [](const auto& socket) { return socket->bytesAvailable() == 5; });
         }));
     }
+}
+
+// The pool hands a server the session of a tunnel whose peer was turned down.
+void ProxyConnectionsTest::serverKeepsNothingOfATunnelsVerdict()
+{
+    constexpr int TUNNELS = 40;
+    EchoingProxy proxy;
+    for (int count = 0; count < TUNNELS; ++count) {
+        SslProxySocket tunnel(nullptr);
+        tunnel.setProxy(LOOPBACK, proxy.serverPort(), QString(), QString());
+        tunnel.connectToHost(TARGET, 443);
+        QVERIFY(waitFor([&] { return tunnel.state() == QAbstractSocket::ConnectedState; }));
+    }
+    TlsServer server;
+    QList<vela::CertVerify> verdicts;
+    connect(&server, &TlsServer::accepted, this, [&](SslSocket* accepted) {
+        connect(accepted, &SslSocket::connectionVerificationDone, this,
+                [&](vela::CertVerify verdict) { verdicts.append(verdict); });
+    });
+    constexpr int CLIENTS = 20;
+    for (int count = 0; count < CLIENTS; ++count) {
+        SslSocket client(SslSocket::Client);
+        client.connectToHost(LOOPBACK, server.serverPort());
+        QVERIFY(waitFor([&] { return verdicts.size() > count; }));
+    }
+    // Nothing is wrong with a client that has no certificate but that it is valid at no time.
+    QCOMPARE(verdicts.count(vela::VerifyExpired), verdicts.size());
 }
 
 QTEST_GUILESS_MAIN(ProxyConnectionsTest)
