@@ -110,17 +110,22 @@ void tst_Proxies::resumesSession()
     // Its status page tells what it thinks of the connection.
     QVERIFY(startServer(&server, "-www"));
     TunnelClient client(m_files, program);
-    for (const QByteArray& expected : {QByteArrayLiteral("New, "), QByteArrayLiteral("Reused, ")}) {
+    // Sessions of the servers before come first, a few of each.
+    constexpr int ATTEMPTS = 10;
+    bool isResumed = false;
+    while (!isResumed && client.tunnels < ATTEMPTS) {
         QSignalSpy disconnected(&client, &QAbstractSocket::disconnected);
         QVERIFY(test::establish(&client, LOCALHOST, server.port()));
         QCOMPARE(client.verdict, vela::VerifyOk);
-        QCOMPARE(client.isSessionReused(), expected == "Reused, ");
+        QVERIFY(client.hostNameMatched);
+        isResumed = client.isSessionReused();
         client.write("GET / HTTP/1.0\r\n\r\n");
         QVERIFY(disconnected.wait(test::CONNECT_TIMEOUT_MS));
         const QByteArray page = client.readAll();
-        QVERIFY2(page.contains(expected), page.constData());
+        QVERIFY2(page.contains(isResumed ? "Reused, " : "New, "), page.constData());
     }
-    QCOMPARE(client.tunnels, 2);
+    QVERIFY(isResumed);
+    QVERIFY(client.tunnels > 1);
 }
 
 void tst_Proxies::exchange(TunnelClient* client, QIODevice* server)
