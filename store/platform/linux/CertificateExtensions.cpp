@@ -128,10 +128,10 @@ void CertificateExtensions::readNames(X509* x509)
 void CertificateExtensions::readPolicies(X509* x509)
 {
     const auto policies = read<PoliciesHandle>(x509, NID_certificate_policies);
-    std::vector<const ASN1_OBJECT*> ids;
-    for (int i = 0; i < sk_POLICYINFO_num(policies.get()); ++i)
-        ids.push_back(sk_POLICYINFO_value(policies.get(), i)->policyid);
-    policyCount = ids.size();
+    policyCount = std::size_t(std::max(0, sk_POLICYINFO_num(policies.get())));
+    std::vector<const ASN1_OBJECT*> ids(policyCount);
+    for (std::size_t i = 0; i < policyCount; ++i)
+        ids[i] = sk_POLICYINFO_value(policies.get(), int(i))->policyid;
     std::sort(ids.begin(), ids.end(),
               [](const auto* left, const auto* right) { return OBJ_cmp(left, right) < 0; });
     const auto twice =

@@ -72,11 +72,11 @@ bool isHostConstraint(const QByteArray& base)
     return base.isEmpty() || isHostName(base.startsWith('.') ? base.mid(1) : base);
 }
 
-//! Whether \a host is \a base, or below it; letter case aside.
-bool isWithin(const QByteArray& host, const QByteArray& base)
+//! Whether the host \a inner is \a outer, or below it; letter case aside.
+bool isWithin(const QByteArray& inner, const QByteArray& outer)
 {
-    const QByteArray name = host.toLower();
-    const QByteArray tree = base.toLower();
+    const QByteArray name = inner.toLower();
+    const QByteArray tree = outer.toLower();
     if (tree.isEmpty() || name == tree)
         return true;
     const int outside = name.size() - tree.size();
@@ -215,13 +215,20 @@ bool sortOut(STACK_OF(GENERAL_SUBTREE) * subtrees, std::vector<GeneralName>* oth
     return hasRange;
 }
 
+std::size_t countOf(const STACK_OF(GENERAL_SUBTREE) * subtrees)
+{
+    return std::size_t(qMax(0, sk_GENERAL_SUBTREE_num(subtrees)));
+}
+
 } // namespace
 
 std::vector<GeneralName> namesOf(X509* x509, const GENERAL_NAMES* alternativeNames,
                                  bool isAuthority)
 {
+    const int count = qMax(0, sk_GENERAL_NAME_num(alternativeNames));
     std::vector<GeneralName> names;
-    for (int i = 0; i < sk_GENERAL_NAME_num(alternativeNames); ++i)
+    names.reserve(std::size_t(count));
+    for (int i = 0; i < count; ++i)
         names.push_back(toName(sk_GENERAL_NAME_value(alternativeNames, i)));
     const bool hasHost = std::any_of(names.begin(), names.end(),
                                      [](const GeneralName& name) { return name.type == GEN_DNS; });
@@ -244,8 +251,7 @@ NameConstraints::NameConstraints(NameConstraintsHandle constraints)
     const bool isPermittedRange = sortOut(m_directoryNames->permittedSubtrees, &m_permitted);
     const bool isExcludedRange = sortOut(m_directoryNames->excludedSubtrees, &m_excluded);
     m_directoryCount =
-        std::size_t(qMax(0, sk_GENERAL_SUBTREE_num(m_directoryNames->permittedSubtrees))
-                    + qMax(0, sk_GENERAL_SUBTREE_num(m_directoryNames->excludedSubtrees)));
+        countOf(m_directoryNames->permittedSubtrees) + countOf(m_directoryNames->excludedSubtrees);
     m_isInvalid = isPermittedRange || isExcludedRange || comparisonsFor(0) == 0;
 }
 
