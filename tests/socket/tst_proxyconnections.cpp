@@ -175,6 +175,7 @@ private Q_SLOTS:
     void deletionEndsTheTunnelInSilence();
     void tunnelDeletedByTheHostLeavesAUsableSocket_data() { addStages(); }
     void tunnelDeletedByTheHostLeavesAUsableSocket();
+    void connectionBegunWhenTheEngineFailsIsTheOneThatCounts();
     void manySocketsShareTheEmptyKeyWithServers();
     void serverKeepsNothingOfATunnelsVerdict();
 
@@ -415,6 +416,26 @@ void ProxyConnectionsTest::tunnelDeletedByTheHostLeavesAUsableSocket()
     QVERIFY(client.becomesConnected());
     QCOMPARE(client.log->story(), TUNNEL_STORY);
     QVERIFY(client.exchanges("with another tunnel"));
+}
+
+void ProxyConnectionsTest::connectionBegunWhenTheEngineFailsIsTheOneThatCounts()
+{
+    EchoingProxy proxy;
+    Client client(Stage::Asking);
+    SslProxySocket* socket = client.socket.get();
+    socket->setCiphers(QStringLiteral("no such cipher"));
+    connect(socket, &QAbstractSocket::errorOccurred, this, [socket] {
+        socket->setCiphers(QString());
+        socket->connectToHost(QStringLiteral("other.example"), 8443);
+    });
+    client.connectThrough(proxy);
+    QVERIFY(client.becomesConnected());
+    QCOMPARE(client.log->count("errorOccurred"), 1);
+    QCOMPARE(client.log->count("tunnelEstablished"), 1);
+    QCOMPARE(socket->peerName(), QStringLiteral("other.example"));
+    QCOMPARE(socket->peerPort(), quint16(8443));
+    QVERIFY(proxy.requests().last().startsWith("CONNECT other.example:8443 "));
+    QVERIFY(client.exchanges("with the other"));
 }
 
 // Servers pool their sessions under the empty key, as tunnels do.
