@@ -8,6 +8,9 @@
 
 #include <QtTest/QtTest>
 
+#include <algorithm>
+#include <utility>
+
 using namespace test;
 using vela::SslProxySocket;
 using vela::SslSocket;
@@ -175,6 +178,7 @@ private Q_SLOTS:
     void deletionEndsTheTunnelInSilence();
     void tunnelDeletedByTheHostLeavesAUsableSocket_data() { addStages(); }
     void tunnelDeletedByTheHostLeavesAUsableSocket();
+    void nothingIsSentThroughATunnelThatItsOwnSignalReplaced();
     void connectionBegunWhenTheEngineFailsIsTheOneThatCounts();
     void manySocketsShareTheEmptyKeyWithServers();
     void serverKeepsNothingOfATunnelsVerdict();
@@ -416,6 +420,25 @@ void ProxyConnectionsTest::tunnelDeletedByTheHostLeavesAUsableSocket()
     QVERIFY(client.becomesConnected());
     QCOMPARE(client.log->story(), TUNNEL_STORY);
     QVERIFY(client.exchanges("with another tunnel"));
+}
+
+void ProxyConnectionsTest::nothingIsSentThroughATunnelThatItsOwnSignalReplaced()
+{
+    ScriptedProxy first;
+    EchoingProxy second;
+    Client client(Stage::Asking);
+    bool replaced = false;
+    connect(client.socket.get(), &SslProxySocket::tunnelEstablished, this, [&] {
+        if (!std::exchange(replaced, true))
+            client.connectThrough(second);
+    });
+    client.connectThrough(first);
+    QVERIFY(client.becomesConnected());
+    settle();
+    QVERIFY(replaced);
+    QCOMPARE(first.connection()->readAll(), QByteArray());
+    QCOMPARE(client.log->count("connected"), 1);
+    QVERIFY(client.exchanges("through the second"));
 }
 
 void ProxyConnectionsTest::connectionBegunWhenTheEngineFailsIsTheOneThatCounts()
