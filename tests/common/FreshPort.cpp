@@ -24,13 +24,19 @@ bool noteFreshPort(quint16 port)
 
 void listenOnFreshPort(QTcpServer* server)
 {
-    constexpr int ATTEMPTS = 1000;
-    for (int attempt = 0; attempt < ATTEMPTS; ++attempt) {
-        if (!server->listen(QHostAddress::LocalHost))
-            qFatal("cannot listen on loopback: %s", qPrintable(server->errorString()));
-        if (noteFreshPort(server->serverPort()))
+    if (!server->listen(QHostAddress::LocalHost))
+        qFatal("cannot listen on loopback: %s", qPrintable(server->errorString()));
+    quint16 port = server->serverPort();
+    if (noteFreshPort(port))
+        return;
+    // A system short of ports gives the same few again and again; beside them there are others.
+    constexpr quint16 FIRST_DYNAMIC_PORT = 49152;
+    constexpr quint16 LAST_PORT = 65535;
+    server->close();
+    for (int attempt = 0; attempt < LAST_PORT; ++attempt) {
+        port = port == LAST_PORT ? FIRST_DYNAMIC_PORT : static_cast<quint16>(port + 1);
+        if (noteFreshPort(port) && server->listen(QHostAddress::LocalHost, port))
             return;
-        server->close();
     }
     qFatal("no port of the loopback interface is fresh");
 }
