@@ -59,8 +59,13 @@ namespace vela {
       tunnel, which takes the place of the former connection once it stands. Until then nothing
       more is heard from the former. Its socket stays open, and a child of this object, as long as
       the object lives. Call disconnectFromHost() or close() first.
+    - The device is opened only when the tunnel stands: write() before tunnelEstablished() fails,
+      where an SslSocket would keep the data for later.
     - The session key is not set: tunnels share the sessions of the empty key, whatever server they
-      lead to; see SslSocket.
+      lead to, with each other and with the sockets of servers; see SslSocket. A session of another
+      server that this one happens to accept, as the two may share their ticket keys or be one
+      process, brings the other's certificate with it. Heed \a hostNameMatched of
+      connectionVerificationDone().
 */
 class FERRULE_EXPORT SslProxySocket : public SslSocket
 {
