@@ -176,6 +176,8 @@ private Q_SLOTS:
     void connectedAgainAfterTheServerClosedStartsAfresh();
     void deletionEndsTheTunnelInSilence_data() { addStages(); }
     void deletionEndsTheTunnelInSilence();
+    void tunnelOutlivesTheSignalThatDeletesItsOwner_data();
+    void tunnelOutlivesTheSignalThatDeletesItsOwner();
     void tunnelDeletedByTheHostLeavesAUsableSocket_data() { addStages(); }
     void tunnelDeletedByTheHostLeavesAUsableSocket();
     void nothingIsSentThroughATunnelThatItsOwnSignalReplaced();
@@ -402,6 +404,44 @@ void ProxyConnectionsTest::deletionEndsTheTunnelInSilence()
     QVERIFY(waitFor([&] {
         return !client.farEnd() || client.farEnd()->state() == QAbstractSocket::UnconnectedState;
     }));
+}
+
+void ProxyConnectionsTest::tunnelOutlivesTheSignalThatDeletesItsOwner_data()
+{
+    QTest::addColumn<QByteArray>("reply");
+    QTest::addColumn<bool>("closing");
+    QTest::newRow("refused") << QByteArray("HTTP/1.0 403 Forbidden\r\n\r\n") << false;
+    QTest::newRow("tunnel up") << QByteArray(ScriptedProxy::ACCEPTANCE) << false;
+    QTest::newRow("transport error") << QByteArray() << true;
+}
+
+// Qt goes on with a socket whose signal it has emitted.
+void ProxyConnectionsTest::tunnelOutlivesTheSignalThatDeletesItsOwner()
+{
+    QFETCH(QByteArray, reply);
+    QFETCH(bool, closing);
+    ScriptedProxy proxy;
+    proxy.reply = reply;
+    if (closing) {
+        connect(&proxy, &ScriptedProxy::requested, this,
+                [](QTcpSocket* connection) { connection->disconnectFromHost(); });
+    }
+    const QPointer<SslProxySocket> socket = new SslProxySocket(nullptr);
+    QPointer<QTcpSocket> tunnel;
+    bool outlived = false;
+    const auto deleteOwner = [&] {
+        delete socket;
+        outlived = !tunnel.isNull();
+    };
+    connect(socket, &QAbstractSocket::errorOccurred, this, deleteOwner);
+    connect(socket, &SslProxySocket::tunnelEstablished, this, deleteOwner);
+    socket->setProxy(LOOPBACK, proxy.serverPort(), QString(), QString());
+    socket->connectToHost(TARGET, 443);
+    tunnel = tunnelsOf(socket).last();
+    QVERIFY(waitFor([&] { return socket.isNull(); }));
+    QVERIFY(outlived);
+    settle();
+    QVERIFY(tunnel.isNull());
 }
 
 void ProxyConnectionsTest::tunnelDeletedByTheHostLeavesAUsableSocket()
