@@ -57,8 +57,9 @@ namespace vela {
     - abort() is Qt's own and does nothing before the handshake is complete: use close().
     - connectToHost() is not refused while a connection is under way or stands: it starts a new
       tunnel, which takes the place of the former connection once it stands. Until then nothing
-      more is heard from the former. Its socket stays open, and a child of this object, as long as
-      the object lives. Call disconnectFromHost() or close() first.
+      more is heard from the former, yet what is written goes to its server. Its socket stays open,
+      and a child of this object, as long as the object lives. Call disconnectFromHost() or close()
+      first.
     - The device is opened only when the tunnel stands: write() before tunnelEstablished() fails,
       where an SslSocket would keep the data for later.
     - The session key is not set: tunnels share the sessions of the empty key, whatever server they
