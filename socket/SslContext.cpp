@@ -70,6 +70,13 @@ void configure(SSL_CTX* context)
     static_cast<void>(SSL_CTX_set_ecdh_auto(context, 1));
 }
 
+//! Empty while it is the engine's own choice. Never destroyed, like the context.
+QByteArray& cipherListInForce()
+{
+    static auto* const list = new QByteArray;
+    return *list;
+}
+
 } // namespace
 
 bool SslContext::create()
@@ -110,16 +117,28 @@ RecursiveMutex& SslContext::mutex()
     return contextMutex;
 }
 
+/*
+    The context's own list never changes: handshakes of other threads read it without a lock. A list
+    is tried out on another context, and each connection gets a copy of its own.
+*/
 bool SslContext::setCipherList(const QByteArray& list)
 {
-    static auto* const lastGood = new QByteArray(SSL_DEFAULT_CIPHER_LIST);
-    if (SSL_CTX_set_cipher_list(get(), list.constData()) == 1) {
-        *lastGood = list;
+    static SSL_CTX* const trial = SSL_CTX_new(SSLv23_method());
+    if (list == cipherListInForce())
         return true;
-    }
-    // OpenSSL has put an empty list in the place of the old one, and no socket could connect.
-    SSL_CTX_set_cipher_list(get(), lastGood->constData());
-    return false;
+    if (!trial || SSL_CTX_set_cipher_list(trial, list.constData()) != 1)
+        return false;
+    cipherListInForce() = list;
+    return true;
+}
+
+SSL* SslContext::newConnection()
+{
+    SSL* ssl = SSL_new(get());
+    const QByteArray& list = cipherListInForce();
+    if (ssl && !list.isEmpty())
+        SSL_set_cipher_list(ssl, list.constData());
+    return ssl;
 }
 
 void SslContext::detach()

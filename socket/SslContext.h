@@ -29,10 +29,14 @@ public:
     static RecursiveMutex& mutex();
 
     /*!
-        Sets the cipher list; the caller holds the mutex. Returns false, with the reason in
-        OpenSSL's error queue, for a list in which no cipher is known: the one before stays then.
+        Puts \a list in force for the connections made from now on; the caller holds the mutex.
+        Returns false, with the reason in OpenSSL's error queue, for a list in which no cipher is
+        known: the one before stays in force then.
     */
     static bool setCipherList(const QByteArray& list);
+
+    //! Makes a connection with the list in force; null on failure. The caller holds the mutex.
+    static SSL* newConnection();
 
     //! Stops the context from calling back into this library, which is about to be unloaded.
     static void detach();

@@ -123,7 +123,7 @@ QString SslSocketPrivate::createEngine()
     if (!error.isNull())
         return error;
 
-    ssl = SSL_new(context);
+    ssl = SslContext::newConnection();
     if (!ssl)
         return SslSocket::tr("Error creating SSL session, %1").arg(takeOpenSslError());
     SSL_clear(ssl);

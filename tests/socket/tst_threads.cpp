@@ -17,6 +17,7 @@
 #include <condition_variable>
 #include <functional>
 #include <future>
+#include <iterator>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -43,9 +44,10 @@ struct ServerFiles
 class EchoServer : public QTcpServer
 {
 public:
-    EchoServer(QByteArray certificate, QByteArray key)
+    EchoServer(QByteArray certificate, QByteArray key, QByteArray ciphers = QByteArray())
         : m_certificate(std::move(certificate))
         , m_key(std::move(key))
+        , m_ciphers(std::move(ciphers))
     {
         test::listenOnFreshPort(this);
     }
@@ -58,6 +60,7 @@ private:
         auto* socket = new SslSocket(SslSocket::Server, this);
         socket->setPathToCertificate(QFile::decodeName(m_certificate));
         socket->setPathToPrivateKey(QFile::decodeName(m_key));
+        socket->setCiphers(QString::fromLatin1(m_ciphers));
         connect(socket, &SslSocket::disconnected, socket, &QObject::deleteLater);
         connect(socket, &SslSocket::readyRead, socket,
                 [socket] { socket->write(socket->readAll()); });
@@ -66,6 +69,7 @@ private:
 
     QByteArray m_certificate;
     QByteArray m_key;
+    QByteArray m_ciphers;
 };
 
 //! Connects \a socket, has a text echoed, and disconnects; on the socket's own thread.
@@ -112,6 +116,32 @@ Outcome talkToOneself(const QByteArray& certificate, const QByteArray& key)
     }
     settle(); // The inner sockets are deleted later.
     return outcome;
+}
+
+//! Returns in how many rounds \a cipher, and no other of TLS 1.2, was agreed on.
+int talkWithOneCipher(const QByteArray& certificate, const QByteArray& key,
+                      const QByteArray& cipher)
+{
+    const QEventLoop dispatcher; // Brings events to a thread that is not Qt's.
+    int agreements = 0;
+    {
+        EchoServer server(certificate, key, QByteArrayLiteral("ALL"));
+        for (int round = 0; round < ROUNDS; ++round) {
+            bool reused = false;
+            SslSocket socket(SslSocket::Client);
+            socket.setCiphers(QString::fromLatin1(cipher));
+            QString agreed;
+            QObject::connect(&socket, &SslSocket::connected, &socket,
+                             [&] { agreed = socket.getCipherName(); });
+            const bool conversed = converse(socket, server.serverPort(), &reused);
+            // That of TLS 1.3 is not chosen from the list.
+            const bool fits =
+                agreed == QLatin1String(cipher) || agreed.startsWith(QLatin1String("TLS_"));
+            agreements += conversed && fits ? 1 : 0;
+        }
+    }
+    settle(); // The inner sockets are deleted later.
+    return agreements;
 }
 
 /*!
@@ -197,6 +227,7 @@ class TestThreads : public QObject
 private Q_SLOTS:
     void initTestCase();
     void socketsOfManyThreadsShareTheContext();
+    void socketsOfManyThreadsEachHaveTheirCiphers();
     void socketGoesOnInTheThreadItWasMovedTo();
     void callsFromOtherThreadsRunOnTheSocketsOwn();
 
@@ -237,6 +268,24 @@ void TestThreads::socketsOfManyThreadsShareTheContext()
         QCOMPARE(outcome.conversations, ROUNDS);
         QCOMPARE(outcome.resumptions, ROUNDS - 1);
     }
+}
+
+// Cipher lists go by way of what all connections share.
+void TestThreads::socketsOfManyThreadsEachHaveTheirCiphers()
+{
+    const QByteArray certificate = QFile::encodeName(m_files.certificate);
+    const QByteArray key = QFile::encodeName(m_files.key);
+    const char* const ciphers[] = {"AES128-SHA", "AES256-SHA", "AES256-GCM-SHA384"};
+    std::vector<std::future<int>> threads;
+    for (int number = 0; number < THREADS; ++number) {
+        const char* const cipher = ciphers[std::size_t(number) % std::size(ciphers)];
+        threads.push_back(std::async(std::launch::async, [&, cipher] {
+            return talkWithOneCipher(QByteArray(certificate.constData()),
+                                     QByteArray(key.constData()), cipher);
+        }));
+    }
+    for (std::future<int>& thread : threads)
+        QCOMPARE(thread.get(), ROUNDS);
 }
 
 void TestThreads::socketGoesOnInTheThreadItWasMovedTo()
