@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
+#include <Ferrule/SslProxySocket.h>
 #include <Ferrule/SslSocket.h>
 
 #include "socket/SslSocketPrivate.h"
@@ -21,11 +22,16 @@ SslSocket::~SslSocket()
     d->reset();
     if (QTcpSocket* transport = d->socket) {
         transport->disconnect(this);
-        // A slot may be deleting this object while the inner socket is still emitting; then the
-        // inner socket has to outlive its parent.
-        if (transport->parent() == this && d->insideTransportSignal())
-            transport->setParent(nullptr);
         transport->deleteLater();
+    }
+    // A slot may be deleting this object while a socket of ours is still emitting; then that has to
+    // outlive its parent.
+    const auto children = findChildren<QTcpSocket*>(QString(), Qt::FindDirectChildrenOnly);
+    for (QTcpSocket* child : children) {
+        if (*TransportSignal::countOf(child) == 0)
+            continue;
+        child->setParent(nullptr);
+        child->deleteLater();
     }
     setSocketState(UnconnectedState); // Or the base would announce the end of a connection.
     delete d;
@@ -37,8 +43,9 @@ QTcpSocket* SslSocket::createSocket(bool ssl, const QNetworkProxy& proxy, QObjec
     if (ssl && direct)
         return new SslSocket(Client, parent);
     if (ssl) {
-        qWarning("QtSslSocket::createSocket: TLS through a proxy is not available");
-        return nullptr;
+        auto* proxied = new SslProxySocket(parent);
+        proxied->setProxy(proxy);
+        return proxied;
     }
     auto* plain = new QTcpSocket(parent);
     if (!direct)
@@ -96,6 +103,7 @@ void SslSocket::disconnectFromHost()
 void SslSocket::disconnectFromHostImplementation()
 {
     const SessionGuard guard(d);
+    d->abandonUpcomingTransport();
     if (d->socket)
         d->socket->disconnectFromHost();
     if (!guard.holds())
@@ -107,6 +115,7 @@ void SslSocket::disconnectFromHostImplementation()
 void SslSocket::close()
 {
     const SessionGuard guard(d);
+    d->abandonUpcomingTransport();
     if (d->socket)
         d->socket->abort();
     if (guard.holds())
@@ -152,14 +161,14 @@ void SslSocket::moveToThread(QThread* thread)
 
 void SslSocket::handleSocketError(QAbstractSocket::SocketError error)
 {
-    const TransportSignal handling(d);
+    const TransportSignal handling(d->transportSignals);
     setErrorString(d->socket->errorString());
     d->emitError(error);
 }
 
 void SslSocket::handleStateChanged(QAbstractSocket::SocketState state)
 {
-    const TransportSignal handling(d);
+    const TransportSignal handling(d->transportSignals);
     switch (state) {
     case UnconnectedState:
     case HostLookupState:
@@ -184,7 +193,7 @@ void SslSocketPrivate::attach(QTcpSocket* transport, bool owned)
 {
     socket = transport;
     ownsSocket = owned;
-    transportSignals = std::make_shared<int>(0);
+    transportSignals = TransportSignal::countOf(transport);
     QObject::disconnect(transport, nullptr, nullptr, nullptr);
     if (const char* source = errorSourceSignal(transport))
         vela::connect(transport, source, transport, "2error(QAbstractSocket::SocketError)");
@@ -232,6 +241,16 @@ void SslSocketPrivate::renewTransport()
             spent->deleteLater(); // As it would be with this object.
     }
     attach(fresh, true);
+}
+
+void SslSocketPrivate::abandonUpcomingTransport()
+{
+    QTcpSocket* transport = upcomingTransport;
+    if (!transport)
+        return;
+    upcomingTransport.clear();
+    transport->disconnect();
+    transport->abort();
 }
 
 QAbstractSocket::SocketState SslSocketPrivate::transportState() const

@@ -111,11 +111,10 @@ public:
 
     /*!
         Makes a client socket: a plain `QTcpSocket` (with \a proxy set on it) when \a ssl is false,
-        an SslSocket when it is true and \a proxy is of type `NoProxy`.
-
-        A TLS socket through a proxy is not available in this version: for every other proxy type
-        (`DefaultProxy` included) the result is null, with the warning "QtSslSocket::createSocket:
-        TLS through a proxy is not available". The caller owns the result unless \a parent does.
+        an SslSocket when it is true and \a proxy is of type `NoProxy`, and for every other type of
+        proxy, `DefaultProxy` included, an SslProxySocket with \a proxy set on it. That one takes
+        whatever it is given for an HTTP proxy, and connects directly when the proxy has no host
+        name. The caller owns the result unless \a parent does.
     */
     static QTcpSocket* createSocket(bool ssl, const QNetworkProxy& proxy, QObject* parent);
 
@@ -339,6 +338,7 @@ protected:
 private:
     Q_DISABLE_COPY(SslSocket)
     friend class SslSocketPrivate;
+    friend class SslProxySocket;
 
     bool initSsl();
     bool sslAcceptOrConnect(bool accept);

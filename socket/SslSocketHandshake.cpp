@@ -14,7 +14,7 @@ namespace vela {
 
 bool SslSocket::sslConnect()
 {
-    const TransportSignal handling(d);
+    const TransportSignal handling(d->transportSignals);
     return sslAcceptOrConnect(false);
 }
 

@@ -3,14 +3,13 @@
 #define FERRULE_SSLSOCKETPRIVATE_H
 
 #include "socket/RingBuffer.h"
+#include "socket/TransportSignal.h"
 
 #include <Ferrule/SslSocket.h>
 
 #include <QtCore/QPointer>
 
 #include <openssl/ssl.h>
-
-#include <memory>
 
 namespace vela {
 
@@ -34,6 +33,9 @@ public:
 
     //! Puts a new socket of our own in the place of the inner socket, with the same proxy.
     void renewTransport();
+
+    //! Gives up the connection that was to become the inner socket, without hearing from it again.
+    void abandonUpcomingTransport();
 
     //! Returns the inner socket's state; unconnected when a host has deleted it.
     QAbstractSocket::SocketState transportState() const;
@@ -108,30 +110,10 @@ public:
     quint64 generation = 0;
     //! How many calls of readFromSocket() are active; slots may re-enter it.
     int activeReads = 0;
-    //! How many signals of the inner socket are being handled or relayed. Each inner socket has a
-    //! count of its own, which outlives the record: slots may delete that.
-    std::shared_ptr<int> transportSignals;
-};
-
-/*!
-    Held by whatever handles a signal of the inner socket. The code that emitted the signal goes on
-    with the inner socket afterwards, for instance ends the connection that has failed; so meanwhile
-    the inner socket must neither be deleted nor begin another connection.
-*/
-class TransportSignal
-{
-public:
-    explicit TransportSignal(const SslSocketPrivate* d)
-        : m_count(d->transportSignals)
-    {
-        ++*m_count;
-    }
-    ~TransportSignal() { --*m_count; }
-
-private:
-    Q_DISABLE_COPY(TransportSignal)
-
-    std::shared_ptr<int> m_count;
+    //! How many signals of the inner socket are being handled or relayed.
+    TransportSignal::Count transportSignals;
+    //! A connection that is being prepared to become the inner socket; null when there is none.
+    QPointer<QTcpSocket> upcomingTransport;
 };
 
 /*!

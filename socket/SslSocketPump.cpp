@@ -29,7 +29,7 @@ constexpr qint64 CIPHERTEXT_BATCH = 32 * 1024;
 */
 void SslSocket::readFromSocket()
 {
-    const TransportSignal handling(d);
+    const TransportSignal handling(d->transportSignals);
     const SessionGuard guard(d);
     ++d->activeReads;
     bool more = true;
@@ -169,7 +169,7 @@ void SslSocketPrivate::flushEngine()
 
 void SslSocket::socketBytesWritten(qint64 bytes)
 {
-    const TransportSignal handling(d);
+    const TransportSignal handling(d->transportSignals);
     if (d->established)
         Q_EMIT bytesWritten(bytes);
 }

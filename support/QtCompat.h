@@ -17,6 +17,14 @@ inline const char* errorSourceSignal(const QAbstractSocket* socket)
     return exists ? "2errorOccurred(QAbstractSocket::SocketError)" : nullptr;
 }
 
+//! The signal by which Qt reports a socket's error to receivers that are compiled against it.
+#if QT_VERSION >= QT_VERSION_CHECK(5, 15, 0)
+constexpr auto SOCKET_ERROR_SIGNAL = &QAbstractSocket::errorOccurred;
+#else
+constexpr auto SOCKET_ERROR_SIGNAL =
+    QOverload<QAbstractSocket::SocketError>::of(&QAbstractSocket::error);
+#endif
+
 /*!
     Emits \a error on \a socket so that hosts see it once on each signal that their Qt has for it.
 */
