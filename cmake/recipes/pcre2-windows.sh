@@ -21,4 +21,5 @@ step "configuring" "$tree" ./configure --host=x86_64-w64-mingw32 --prefix="$pref
     --enable-pcre2-16 --disable-pcre2-8 --disable-shared
 step "compiling" "$tree" make "-j$(nproc)" libpcre2-16.la
 step "installing" "$tree" make install-libLTLIBRARIES install-nodist_includeHEADERS
+install -D --mode=644 "$tree/LICENCE" "$prefix/licences/PCRE2.txt"
 finish

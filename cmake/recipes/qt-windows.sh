@@ -31,4 +31,6 @@ step "configuring (about two minutes)" "$work/build" ../qtbase/configure -prefix
     -nomake examples -nomake tests -no-compile-examples
 step "compiling (about seven minutes)" "$work/build" make "-j$(nproc)"
 step "installing" "$work/build" make install
+install -D --mode=644 --target-directory="$prefix/licences" "$work"/qtbase/LICENSE.LGPL3 \
+    "$work"/qtbase/LICENSE.GPL3 "$pcre2"/licences/*
 finish

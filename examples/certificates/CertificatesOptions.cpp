@@ -24,7 +24,7 @@ const char DESCRIPTION[] =
     "Times from 2050 on may show as a moment from 2024 to 2028.\n"
     "\n"
     "Exit status, with several failures that of the first:\n"
-    "  0  all was shown, and written (or --help, --version)\n"
+    "  0  all was shown, and written (or --about, --help, --version)\n"
     "  1  the command line is wrong\n"
     "  2  a FILE cannot be read, or holds no certificate\n"
     "  3  a FILE is damaged: the certificates before the damage are shown, none is written\n"
@@ -56,6 +56,9 @@ struct CommandLine
         QStringLiteral("Write the end certificate of the one FILE to <OUT>, in DER, which has room "
                        "for one certificate."),
         QStringLiteral("OUT")};
+    QCommandLineOption about{
+        QStringLiteral("about"),
+        QStringLiteral("Tell which Qt and which OpenSSL the program runs with, and end.")};
     QCommandLineOption help{{QStringLiteral("h"), QStringLiteral("help")},
                             QStringLiteral("Print this text and end.")};
     QCommandLineOption version = parser.addVersionOption();
@@ -66,7 +69,7 @@ struct CommandLine
         parser.addPositionalArgument(QStringLiteral("FILE"),
                                      QStringLiteral("A file; \"-\" is standard input."),
                                      QStringLiteral("FILE..."));
-        parser.addOptions({bundle, accept, pem, der, help});
+        parser.addOptions({bundle, accept, pem, der, about, help});
     }
 
     QString read(CertificatesOptions& options);

@@ -31,7 +31,7 @@ const char DESCRIPTION[] =
     "looks at the host name, or changes the verdict of the connection.\n"
     "\n"
     "Exit status:\n"
-    "  0  the connection ended in order (or --help, --version)\n"
+    "  0  the connection ended in order (or --about, --help, --version)\n"
     "  1  the command line is wrong\n"
     "  2  a certificate, key, authority or cipher list cannot be used\n"
     "  3  no connection: unknown host, closed port, unreachable\n"
@@ -135,6 +135,9 @@ struct CommandLine
         QStringLiteral("verbose"),
         QStringLiteral("Also show the library's notes on its sessions, and the "
                        "failures in its log.")};
+    QCommandLineOption about{
+        QStringLiteral("about"),
+        QStringLiteral("Tell which Qt and which OpenSSL the program runs with, and end.")};
     QCommandLineOption help{{QStringLiteral("h"), QStringLiteral("help")},
                             QStringLiteral("Print this text and end.")};
     QCommandLineOption version = parser.addVersionOption();
@@ -145,7 +148,8 @@ struct CommandLine
         parser.addPositionalArgument(QStringLiteral("HOST:PORT"), QStringLiteral("The peer."),
                                      QStringLiteral("HOST:PORT"));
         parser.addOptions({caFile, caDirectory, certificate, key, ciphers, store, repeat, timeout,
-                           closeAfterInput, requireOk, requireHostName, quiet, verbose, help});
+                           closeAfterInput, requireOk, requireHostName, quiet, verbose, about,
+                           help});
     }
 
     QString read(ClientOptions& options);

@@ -2,16 +2,17 @@
 #ifndef FERRULE_EXAMPLES_COMMANDLINERUN_H
 #define FERRULE_EXAMPLES_COMMANDLINERUN_H
 
+#include "common/About.h"
 #include "common/Console.h"
 
 #include <QtCore/QCommandLineParser>
 #include <QtCore/QCoreApplication>
 
 /*!
-    Reads \a arguments into \a options by means of \a line, which has a `parser`, the options `help`
-    and `version`, and a function `read()` that returns what is wrong. Returns false when the
-    program is to end with \a status: after --help and --version, and after a mistake, which is
-    complained about and gives \a usageStatus.
+    Reads \a arguments into \a options by means of \a line, which has a `parser`, the options
+    `about`, `help` and `version`, and a function `read()` that returns what is wrong. Returns false
+    when the program is to end with \a status: after --about, --help and --version, and after a
+    mistake, which is complained about and gives \a usageStatus.
 */
 template <typename CommandLine, typename Options>
 bool runCommandLine(const QStringList& arguments, CommandLine& line, Options& options,
@@ -26,6 +27,11 @@ bool runCommandLine(const QStringList& arguments, CommandLine& line, Options& op
     if (error.isNull() && line.parser.isSet(line.version)) {
         console::print(QCoreApplication::applicationName() + QLatin1Char(' ')
                        + QCoreApplication::applicationVersion());
+        return false;
+    }
+    if (error.isNull() && line.parser.isSet(line.about)) {
+        for (const QString& text : aboutLines())
+            console::print(text);
         return false;
     }
     if (error.isNull())

@@ -2,7 +2,7 @@
 #ifndef FERRULE_EXAMPLES_PLATFORM_H
 #define FERRULE_EXAMPLES_PLATFORM_H
 
-#include <QtCore/QtGlobal>
+#include <QtCore/QString>
 
 /*!
     What the programs need of the operating system and Qt does not offer. One source file for each
@@ -30,6 +30,18 @@ bool writeOutput(const char* data, qint64 size);
     goes on.
 */
 void endSending(qintptr descriptor);
+
+//! Where a function is. Every function pointer may be taken for one, and one for it.
+using Address = void (*)();
+
+//! Returns the path of the shared library, or the program, that holds \a address.
+QString moduleOf(Address address);
+
+/*!
+    Returns the function \a name of the OpenSSL that the shared library at \a path is linked to,
+   null if there is none. Another OpenSSL may be in the process: Qt loads one for itself.
+*/
+Address engineFunction(const QString& path, const char* name);
 
 } // namespace platform
 

@@ -2,10 +2,12 @@
 #include "common/Platform.h"
 #include "common/TerminationNotifier.h"
 
+#include <QtCore/QFile>
 #include <QtCore/QSocketNotifier>
 
 #include <cerrno>
 #include <csignal>
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -73,6 +75,25 @@ bool writeOutput(const char* data, qint64 size)
 void endSending(qintptr descriptor)
 {
     shutdown(static_cast<int>(descriptor), SHUT_WR);
+}
+
+QString moduleOf(Address address)
+{
+    Dl_info info;
+    if (dladdr(reinterpret_cast<void*>(address), &info) == 0)
+        return QString();
+    return QFile::decodeName(info.dli_fname);
+}
+
+Address engineFunction(const QString& path, const char* name)
+{
+    // Already loaded, and not to be kept for longer on our account.
+    void* library = dlopen(QFile::encodeName(path).constData(), RTLD_LAZY | RTLD_NOLOAD);
+    if (!library)
+        return nullptr;
+    void* function = dlsym(library, name); // Looks in what the library is linked to, too.
+    dlclose(library);
+    return reinterpret_cast<Address>(function);
 }
 
 } // namespace platform

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <fcntl.h>
 #include <io.h>
+#include <string>
 #include <winsock2.h>
 #include <windows.h>
 
@@ -40,6 +41,32 @@ bool writeOutput(const char* data, qint64 size)
 void endSending(qintptr descriptor)
 {
     shutdown(static_cast<SOCKET>(descriptor), SD_SEND);
+}
+
+QString moduleOf(Address address)
+{
+    HMODULE module = nullptr;
+    if (!GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS
+                                | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+                            reinterpret_cast<LPCWSTR>(address), &module)) {
+        return QString();
+    }
+    constexpr DWORD LONGEST_PATH = 32768;
+    std::wstring path(LONGEST_PATH, L'\0');
+    path.resize(GetModuleFileNameW(module, &path[0], LONGEST_PATH));
+    return QString::fromStdWString(path);
+}
+
+Address engineFunction(const QString&, const char* name)
+{
+    for (const wchar_t* engine :
+         {L"libeay32.dll", L"libcrypto-1_1-x64.dll", L"libcrypto-3-x64.dll"}) {
+        const HMODULE module = GetModuleHandleW(engine);
+        const FARPROC function = module ? GetProcAddress(module, name) : nullptr;
+        if (function)
+            return reinterpret_cast<Address>(function);
+    }
+    return nullptr;
 }
 
 } // namespace platform

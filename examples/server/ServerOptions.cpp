@@ -18,7 +18,7 @@ const char DESCRIPTION[] =
     "Ends on SIGTERM and SIGINT, and drops the connections that are open then.\n"
     "\n"
     "Exit status:\n"
-    "  0  ended by a signal (or --help, --version)\n"
+    "  0  ended by a signal (or --about, --help, --version)\n"
     "  1  the command line is wrong\n"
     "  2  the certificate, key, cipher list or file cannot be used\n"
     "  3  cannot listen on the address and port";
@@ -65,6 +65,9 @@ struct CommandLine
         QStringLiteral("MiB"), QStringLiteral("128")};
     QCommandLineOption verbose{QStringLiteral("verbose"),
                                QStringLiteral("Also show the library's notes on its sessions.")};
+    QCommandLineOption about{
+        QStringLiteral("about"),
+        QStringLiteral("Tell which Qt and which OpenSSL the program runs with, and end.")};
     QCommandLineOption help{{QStringLiteral("h"), QStringLiteral("help")},
                             QStringLiteral("Print this text and end.")};
     QCommandLineOption version = parser.addVersionOption();
@@ -73,7 +76,7 @@ struct CommandLine
     {
         parser.setApplicationDescription(QString::fromLatin1(DESCRIPTION));
         parser.addOptions(
-            {certificate, key, host, port, ciphers, file, timeout, backlog, verbose, help});
+            {certificate, key, host, port, ciphers, file, timeout, backlog, verbose, about, help});
     }
 
     QString read(ServerOptions& options);

@@ -34,4 +34,5 @@ build_openssl() {
     step "compiling the libraries (some minutes)" "$tree" make "-j$(nproc)" build_libs
     step "compiling engines and tools" "$tree" make build_engines build_apps build_tools
     step "installing" "$tree" make install_sw
+    install -D --mode=644 "$tree/LICENSE" "$prefix/licences/OpenSSL.txt"
 }

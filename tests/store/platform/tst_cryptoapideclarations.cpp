@@ -43,15 +43,18 @@ EACH_FIELD(COMPARE)
 namespace {
 
 template <typename Declared, typename Real>
-constexpr bool isSameNumber = std::is_integral_v<Declared> && std::is_integral_v<Real>
-                              && sizeof(Declared) == sizeof(Real)
-                              && std::is_signed_v<Declared> == std::is_signed_v<Real>;
+constexpr bool isSameNumber()
+{
+    return std::is_integral_v<
+               Declared> && std::is_integral_v<Real> && sizeof(Declared) == sizeof(Real)
+           && std::is_signed_v<Declared> == std::is_signed_v<Real>;
+}
 
-static_assert(isSameNumber<declared::BYTE, BYTE>, "BYTE");
-static_assert(isSameNumber<declared::BOOLEAN, BOOLEAN>, "BOOLEAN");
-static_assert(isSameNumber<declared::BOOL, BOOL>, "BOOL");
-static_assert(isSameNumber<declared::DWORD, DWORD>, "DWORD");
-static_assert(isSameNumber<declared::HCRYPTPROV_LEGACY, HCRYPTPROV_LEGACY>, "HCRYPTPROV_LEGACY");
+static_assert(isSameNumber<declared::BYTE, BYTE>(), "BYTE");
+static_assert(isSameNumber<declared::BOOLEAN, BOOLEAN>(), "BOOLEAN");
+static_assert(isSameNumber<declared::BOOL, BOOL>(), "BOOL");
+static_assert(isSameNumber<declared::DWORD, DWORD>(), "DWORD");
+static_assert(isSameNumber<declared::HCRYPTPROV_LEGACY, HCRYPTPROV_LEGACY>(), "HCRYPTPROV_LEGACY");
 static_assert(std::is_same_v<declared::LPSTR, LPSTR>, "LPSTR");
 static_assert(std::is_same_v<declared::LPCSTR, LPCSTR>, "LPCSTR");
 static_assert(std::is_same_v<declared::LPWSTR, LPWSTR>, "LPWSTR");

@@ -1,0 +1,84 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "common/About.h"
+
+#include "common/Platform.h"
+
+#include <Ferrule/Log.h>
+
+#include <QtCore/QCoreApplication>
+#include <QtNetwork/QNetworkInterface>
+
+namespace {
+
+//! A row as the other reports have them: what it is about in a column of its own.
+QString row(const char* label, const QString& text)
+{
+    return QString::fromLatin1(label).leftJustified(13) + text;
+}
+
+QString pathOf(platform::Address address)
+{
+    const QString path = platform::moduleOf(address);
+    return path.isEmpty() ? QStringLiteral("unknown") : path;
+}
+
+template <typename Function>
+platform::Address addressOf(Function* function)
+{
+    return reinterpret_cast<platform::Address>(function);
+}
+
+struct Engine
+{
+    QString text;
+    QString path;
+};
+
+//! The OpenSSL that the library calls. Its version function has had two names.
+Engine loadedEngine()
+{
+    const QString library = platform::moduleOf(addressOf(&vela::Log::instance));
+    for (const char* name : {"SSLeay_version", "OpenSSL_version"}) {
+        const platform::Address function = platform::engineFunction(library, name);
+        if (function) {
+            const auto version = reinterpret_cast<const char* (*)(int)>(function);
+            return {QString::fromLatin1(version(0)), pathOf(function)};
+        }
+    }
+    return {};
+}
+
+} // namespace
+
+QStringList aboutLines()
+{
+    const QString builtFor = QStringLiteral(FERRULE_EXAMPLES_ENGINE);
+    const Engine engine = loadedEngine();
+    QStringList lines{
+        QCoreApplication::applicationName() + QLatin1Char(' ')
+            + QCoreApplication::applicationVersion(),
+        row("Ferrule", pathOf(addressOf(&vela::Log::instance))),
+        row("Qt", QStringLiteral("%1, built for %2")
+                      .arg(QString::fromLatin1(qVersion()), QStringLiteral(QT_VERSION_STR))),
+        row("Qt Core", pathOf(addressOf(&qVersion))),
+        row("Qt Network", pathOf(addressOf(&QNetworkInterface::allInterfaces))),
+    };
+    if (!engine.text.isEmpty())
+        lines += {row("OpenSSL", engine.text), row("", engine.path)};
+    const QString caution = engineCaution(builtFor, engine.text);
+    if (!caution.isEmpty())
+        lines += row("caution", caution);
+    return lines;
+}
+
+QString engineCaution(const QString& builtFor, const QString& found)
+{
+    if (found.section(QLatin1Char(' '), 1, 1) == builtFor)
+        return QString();
+    const QString what = found.isEmpty() ? QStringLiteral("no OpenSSL that tells its version")
+                                         : QStringLiteral("\"%1\"").arg(found);
+    return QStringLiteral(
+               "Ferrule was built for OpenSSL %1, but finds %2; where the two are not of "
+               "one series, connections fail or the program crashes")
+        .arg(builtFor, what);
+}
