@@ -45,9 +45,9 @@ namespace {
 template <typename Declared, typename Real>
 constexpr bool isSameNumber()
 {
-    return std::is_integral_v<
-               Declared> && std::is_integral_v<Real> && sizeof(Declared) == sizeof(Real)
-           && std::is_signed_v<Declared> == std::is_signed_v<Real>;
+    return std::is_integral<Declared>::value && std::is_integral<Real>::value
+           && sizeof(Declared) == sizeof(Real)
+           && std::is_signed<Declared>::value == std::is_signed<Real>::value;
 }
 
 static_assert(isSameNumber<declared::BYTE, BYTE>(), "BYTE");
