@@ -2,11 +2,11 @@
 // The QIODevice side of an SslSocket: what the host reads, writes and waits for.
 
 #include "socket/SslSocketPrivate.h"
-#include "support/Connect.h"
 
 #include <Ferrule/SslSocket.h>
 
 #include <QtCore/QElapsedTimer>
+#include <QtCore/QMetaObject>
 
 #include <algorithm>
 
@@ -96,7 +96,7 @@ qint64 SslSocket::writeData(const char* data, qint64 len)
 {
     if (!d->writeScheduled) {
         d->writeScheduled = true;
-        vela::invokeSlotQueued(this, "writeToSocket");
+        QMetaObject::invokeMethod(this, "writeToSocket", Qt::QueuedConnection);
     }
     d->writeBuffer.append(data, len);
     return len;

@@ -225,7 +225,7 @@ void WinCertStore::resetChainEngine()
 void WinCertStore::storeModifiedCallback(void* context, BOOLEAN timedOut)
 {
     if (!timedOut)
-        invokeSlotQueued(static_cast<WinCertStore*>(context), "resetChainEngine");
+        invokeSlotQueued(static_cast<WinCertStore*>(context), "1resetChainEngine()");
 }
 
 } // namespace vela

@@ -23,7 +23,9 @@ namespace vela {
     keeps in the store have no part in verdicts.
 
     Nothing fails loudly: a store that could not be set up still answers, with the system's default
-    rules or VerifyFailed, and does not notice changes. The log says what went wrong; see Log.
+    rules or VerifyFailed, and does not notice changes. The log says what went wrong; see Log. Where
+    the roots are files, those that cannot be read are passed over, and the log gets one line each
+    time the roots are read.
 
     \section wincertstore_changes Changes of the system's roots
     After each change the store prepares itself anew and emits systemUpdated(): from the event loop
@@ -72,7 +74,7 @@ public:
     /*!
         Adds \a cert to the roots that the system trusts, for the user and so for \e other programs
         too. The system may ask the user first. Returns false, with the reason in the log, if it was
-        not added. The store itself follows with its next systemUpdated().
+        not added; nothing has changed then. The store itself follows with its next systemUpdated().
     */
     bool importSystemRootCert(SslCertificatePtr cert) override;
 

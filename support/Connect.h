@@ -15,9 +15,11 @@ void connect(const QObject* sender, const char* signal, const QObject* receiver,
              Qt::ConnectionType type = Qt::AutoConnection);
 
 /*!
-    Calls the slot \a name, without arguments, from the event loop of \a object's thread.
+    Calls \a slot, which takes no arguments and is in the form of Qt's `SLOT` macro ("1reset()"),
+    from the event loop of \a object's thread. May be called from any thread. A slot that \a object
+    does not have is a mistake in the library: nothing is called, and Qt's message handler is told.
 */
-void invokeSlotQueued(QObject* object, const char* name);
+void invokeSlotQueued(QObject* object, const char* slot);
 
 } // namespace vela
 

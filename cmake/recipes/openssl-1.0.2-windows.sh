@@ -17,7 +17,7 @@ repair_sha1() {
     local file=$tree/crypto/sha/asm/sha1-x86_64.pl
     sed -i -e '/^\tlea\t\t0x40(.inp),%rax\t/s/%rax/%r8/' \
         -e '/^\tcmovne\t\t%rax,.inp$/s/%rax/%r8/' "$file"
-    [ "$(grep -c '^\t\(lea\t\t0x40(.inp),%r8\|cmovne\t\t%r8,\)' "$file")" = 2 ] \
+    [ "$(grep -cP '^\t(lea\t\t0x40\(.inp\),%r8\t|cmovne\t\t%r8,.inp$)' "$file")" = 2 ] \
         || die "sha1-x86_64.pl is not as expected; nothing was built"
 }
 

@@ -2,14 +2,18 @@
 #include "client/Client.h"
 
 #include "client/PeerReport.h"
+#include "client/ProxyFailure.h"
 #include "common/CertificateRows.h"
 #include "common/Console.h"
 #include "common/Platform.h"
+
+#include <Ferrule/SslProxySocket.h>
 
 #include <QtCore/QCoreApplication>
 
 #include <cerrno>
 
+using vela::SslProxySocket;
 using vela::SslSocket;
 
 namespace {
@@ -56,7 +60,7 @@ void Client::connectToPeer()
     ++m_connection;
     m_established = false;
     m_closing = false;
-    m_socket = std::make_unique<SslSocket>(SslSocket::Client);
+    makeSocket();
     connect(m_socket.get(), &SslSocket::connectionVerificationDone, this, &Client::judge);
     connect(m_socket.get(), &QAbstractSocket::connected, this, &Client::greet);
     connect(m_socket.get(), &QIODevice::readyRead, this, &Client::receive);
@@ -66,7 +70,26 @@ void Client::connectToPeer()
     connect(m_socket.get(), &QAbstractSocket::disconnected, this, &Client::handleDisconnection);
     if (m_options.timeoutMsecs > 0)
         m_limit.start(m_options.timeoutMsecs);
-    m_socket->connectToHost(m_options.hostName, m_options.port);
+    // The name goes to the proxy as it is, and proxies want addresses as URLs have them.
+    const Endpoint& peer = m_options.peer;
+    const bool bracketed = m_options.proxy.isSet() && peer.host.contains(QLatin1Char(':'));
+    m_socket->connectToHost(bracketed ? QStringLiteral("[%1]").arg(peer.host) : peer.host,
+                            peer.port);
+}
+
+void Client::makeSocket()
+{
+    const ProxyOption& proxy = m_options.proxy;
+    m_tunnelled = !proxy.isSet();
+    if (m_tunnelled) {
+        m_socket = std::make_unique<SslSocket>(SslSocket::Client);
+        return;
+    }
+    auto socket = std::make_unique<SslProxySocket>();
+    socket->setProxy(proxy.endpoint.host, proxy.endpoint.port, proxy.user, proxy.password);
+    connect(socket.get(), &SslProxySocket::tunnelEstablished, this, [this] { m_tunnelled = true; });
+    m_initialErrorString = socket->errorString();
+    m_socket = std::move(socket);
 }
 
 void Client::judge(vela::CertVerify verdict, bool hostNameMatched, const QString& description)
@@ -75,6 +98,9 @@ void Client::judge(vela::CertVerify verdict, bool hostNameMatched, const QString
     if (!m_options.quiet) {
         console::note(
             QStringLiteral("connection   %1 of %2").arg(m_connection).arg(m_options.connections));
+        if (m_options.proxy.isSet())
+            console::note(reportRow("proxy", QStringLiteral("tunnel established by ")
+                                                 + m_options.proxy.endpoint.text()));
         console::note(peerReport(*m_socket, verdict, hostNameMatched, description));
         for (const QString& row : store.rows)
             console::note(row);
@@ -165,6 +191,10 @@ void Client::closeWhenIdle()
 
 void Client::handleError(QAbstractSocket::SocketError error)
 {
+    if (!m_tunnelled) {
+        handleProxyError(error);
+        return;
+    }
     const QString text = m_socket->errorString();
     const bool closed = error == QAbstractSocket::RemoteHostClosedError;
     if (closed && m_established)
@@ -180,6 +210,16 @@ void Client::handleError(QAbstractSocket::SocketError error)
         failAtPeer(ExitTimeout, text);
     else
         failAtPeer(ExitNoConnection, text);
+}
+
+void Client::handleProxyError(QAbstractSocket::SocketError error)
+{
+    // Only an answer of the proxy becomes the error string; other failures leave it as it was.
+    const QString text = m_socket->errorString();
+    const QString failure =
+        text == m_initialErrorString ? proxyConnectionFailure(error) : proxyRefusal(text);
+    failAtPeer(error == QAbstractSocket::SocketTimeoutError ? ExitTimeout : ExitNoConnection,
+               failure);
 }
 
 void Client::handleDisconnection()
@@ -223,10 +263,10 @@ void Client::handleTimeout()
 
 void Client::failAtPeer(ExitStatus status, const QString& text)
 {
-    const QString host = m_options.hostName.contains(QLatin1Char(':'))
-                             ? QStringLiteral("[%1]").arg(m_options.hostName)
-                             : m_options.hostName;
-    fail(status, QStringLiteral("%1:%2: %3").arg(host).arg(m_options.port).arg(text));
+    QString peer = m_options.peer.text();
+    if (m_options.proxy.isSet())
+        peer += QStringLiteral(" through ") + m_options.proxy.endpoint.text();
+    fail(status, QStringLiteral("%1: %2").arg(peer, text));
 }
 
 void Client::fail(ExitStatus status, const QString& text)

@@ -27,6 +27,7 @@ public:
     void start();
 
 private:
+    void makeSocket();
     void connectToPeer();
     void judge(vela::CertVerify verdict, bool hostNameMatched, const QString& description);
     void greet();
@@ -37,6 +38,7 @@ private:
     void endInput();
     void closeWhenIdle();
     void handleError(QAbstractSocket::SocketError error);
+    void handleProxyError(QAbstractSocket::SocketError error);
     void handleDisconnection();
     void limitClosing(QAbstractSocket::SocketState state);
     void handleTimeout();
@@ -55,6 +57,8 @@ private:
     QTimer m_idle;  // How long the peer has been silent after the end of the input.
     int m_connection = 0;
     qint64 m_unsent = 0;
+    QString m_initialErrorString;
+    bool m_tunnelled = false; // Through the proxy, or no proxy is asked for.
     bool m_established = false;
     bool m_reading = false;
     bool m_inputEnded = false;

@@ -2,11 +2,10 @@
 #include "client/ClientOptions.h"
 
 #include "common/CommandLineRun.h"
+#include "common/OptionValues.h"
 
 #include <QtCore/QCommandLineParser>
 #include <QtCore/QCoreApplication>
-
-#include <limits>
 
 namespace {
 
@@ -30,11 +29,15 @@ const char DESCRIPTION[] =
     "library carries: this one does not judge, but it is searched for the chain's root. Neither\n"
     "looks at the host name, or changes the verdict of the connection.\n"
     "\n"
+    "With --proxy the connection leads through a tunnel that an HTTP proxy is asked for. The\n"
+    "proxy learns HOST and PORT; of an IPv6 address also the brackets, with which it agrees\n"
+    "with no certificate.\n"
+    "\n"
     "Exit status:\n"
     "  0  the connection ended in order (or --about, --help, --version)\n"
     "  1  the command line is wrong\n"
     "  2  a certificate, key, authority or cipher list cannot be used\n"
-    "  3  no connection: unknown host, closed port, unreachable\n"
+    "  3  no connection: unknown host, closed port, unreachable, refused by the proxy\n"
     "  4  the handshake failed: no TLS there, no common cipher, closed by the peer\n"
     "  5  connection and handshake took longer than --timeout\n"
     "  6  --require-ok: the verdict, or with --store system that of the store, is not OK\n"
@@ -42,33 +45,6 @@ const char DESCRIPTION[] =
     "  8  the connection broke, or the peer closed it before all input was sent; with TLS 1.3\n"
     "     also when the server turns down the client's certificate\n"
     "  9  standard input or standard output failed";
-
-bool parseTarget(const QString& target, ClientOptions& options)
-{
-    const int colon = target.lastIndexOf(QLatin1Char(':'));
-    bool isNumber = false;
-    options.port = target.mid(colon + 1).toUShort(&isNumber);
-    options.hostName = target.left(colon);
-    if (colon < 1 || !isNumber || options.port == 0)
-        return false;
-    if (options.hostName.startsWith(QLatin1Char('['))
-        && options.hostName.endsWith(QLatin1Char(']')))
-        options.hostName = options.hostName.mid(1, options.hostName.size() - 2);
-    else if (options.hostName.contains(QLatin1Char(':')))
-        return false;
-    return !options.hostName.isEmpty();
-}
-
-bool parseSeconds(const QString& text, int& msecs)
-{
-    bool isNumber = false;
-    const double seconds = text.toDouble(&isNumber);
-    const double milliseconds = seconds * 1000;
-    if (!isNumber || !(milliseconds >= 0 && milliseconds <= std::numeric_limits<int>::max()))
-        return false;
-    msecs = static_cast<int>(milliseconds);
-    return true;
-}
 
 QStringList storeNames()
 {
@@ -103,6 +79,12 @@ struct CommandLine
                              QStringLiteral("Also let the store <store> judge the peer: %1.")
                                  .arg(storeNames().join(QStringLiteral(" or "))),
                              QStringLiteral("store")};
+    QCommandLineOption proxy{
+        QStringLiteral("proxy"),
+        QStringLiteral("Connect through the HTTP proxy <proxy>: [USER[:PASSWORD]@]HOST:PORT, user "
+                       "and password percent-encoded as in URLs. They go to the proxy in clear, "
+                       "and whoever may list the processes of this machine can read them."),
+        QStringLiteral("proxy")};
     QCommandLineOption repeat{
         QStringLiteral("repeat"),
         QStringLiteral("Make <count> connections, one after the other, and report on each: shows "
@@ -147,9 +129,9 @@ struct CommandLine
         parser.setApplicationDescription(QString::fromLatin1(DESCRIPTION));
         parser.addPositionalArgument(QStringLiteral("HOST:PORT"), QStringLiteral("The peer."),
                                      QStringLiteral("HOST:PORT"));
-        parser.addOptions({caFile, caDirectory, certificate, key, ciphers, store, repeat, timeout,
-                           closeAfterInput, requireOk, requireHostName, quiet, verbose, about,
-                           help});
+        parser.addOptions({caFile, caDirectory, certificate, key, ciphers, store, proxy, repeat,
+                           timeout, closeAfterInput, requireOk, requireHostName, quiet, verbose,
+                           about, help});
     }
 
     QString read(ClientOptions& options);
@@ -162,7 +144,7 @@ QString CommandLine::read(ClientOptions& options)
     const QStringList targets = parser.positionalArguments();
     if (targets.size() != 1)
         return QStringLiteral("one HOST:PORT is needed, %1 given").arg(targets.size());
-    if (!parseTarget(targets.first(), options))
+    if (!options.peer.parse(targets.first()))
         return QStringLiteral("\"%1\" is not HOST:PORT").arg(targets.first());
 
     for (const auto& option : {caFile, caDirectory, certificate, key, ciphers}) {
@@ -181,7 +163,9 @@ QString CommandLine::read(ClientOptions& options)
     options.requireOk = parser.isSet(requireOk);
     options.requireHostName = parser.isSet(requireHostName);
     options.verbose = parser.isSet(verbose);
-    const QString error = readStore(options);
+    QString error = readStore(options);
+    if (error.isNull() && parser.isSet(proxy))
+        error = options.proxy.parse(parser.value(proxy));
     return error.isNull() ? readNumbers(options) : error;
 }
 

@@ -2,6 +2,7 @@
 #ifndef FERRULE_EXAMPLES_CLIENTOPTIONS_H
 #define FERRULE_EXAMPLES_CLIENTOPTIONS_H
 
+#include "client/ProxyOption.h"
 #include "common/TlsSettings.h"
 
 #include <QtCore/QStringList>
@@ -30,8 +31,8 @@ enum class StoreChoice {
 //! What the command line asks for.
 struct ClientOptions
 {
-    QString hostName;
-    quint16 port = 0;
+    Endpoint peer;
+    ProxyOption proxy;
     TlsSettings tls;
     int connections = 1;
     int timeoutMsecs = 0;          //!< 0 for no limit.

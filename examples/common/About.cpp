@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "common/About.h"
 
-#include "common/Platform.h"
+#include "common/LoadedModules.h"
 
 #include <Ferrule/Log.h>
 
@@ -16,16 +16,16 @@ QString row(const char* label, const QString& text)
     return QString::fromLatin1(label).leftJustified(13) + text;
 }
 
-QString pathOf(platform::Address address)
+QString pathOf(modules::Address address)
 {
-    const QString path = platform::moduleOf(address);
+    const QString path = modules::pathOf(address);
     return path.isEmpty() ? QStringLiteral("unknown") : path;
 }
 
 template <typename Function>
-platform::Address addressOf(Function* function)
+modules::Address addressOf(Function* function)
 {
-    return reinterpret_cast<platform::Address>(function);
+    return reinterpret_cast<modules::Address>(function);
 }
 
 struct Engine
@@ -37,9 +37,9 @@ struct Engine
 //! The OpenSSL that the library calls. Its version function has had two names.
 Engine loadedEngine()
 {
-    const QString library = platform::moduleOf(addressOf(&vela::Log::instance));
+    const QString library = modules::pathOf(addressOf(&vela::Log::instance));
     for (const char* name : {"SSLeay_version", "OpenSSL_version"}) {
-        const platform::Address function = platform::engineFunction(library, name);
+        const modules::Address function = modules::engineFunction(library, name);
         if (function) {
             const auto version = reinterpret_cast<const char* (*)(int)>(function);
             return {QString::fromLatin1(version(0)), pathOf(function)};

@@ -31,17 +31,25 @@ bool writeOutput(const char* data, qint64 size);
 */
 void endSending(qintptr descriptor);
 
-//! Where a function is. Every function pointer may be taken for one, and one for it.
-using Address = void (*)();
-
-//! Returns the path of the shared library, or the program, that holds \a address.
-QString moduleOf(Address address);
+//! What receive() and send() return when nothing can be done for the moment, and on failure.
+constexpr int WOULD_BLOCK = -1;
+constexpr int FAILED = -2;
 
 /*!
-    Returns the function \a name of the OpenSSL that the shared library at \a path is linked to,
-   null if there is none. Another OpenSSL may be in the process: Qt loads one for itself.
+    Receive and send over the TCP connection \a descriptor, which must not block. Return the number
+    of bytes; receive() returns 0 when the peer has ended its sending.
 */
-Address engineFunction(const QString& path, const char* name);
+int receive(qintptr descriptor, char* data, int size);
+int send(qintptr descriptor, const char* data, int size);
+
+//! Returns what made receive(), send() or duplicateSocket() fail just now.
+QString socketErrorText();
+
+//! Returns another descriptor of the same connection, -1 on failure.
+qintptr duplicateSocket(qintptr descriptor);
+
+//! Gives \a descriptor back. The connection ends with its last descriptor.
+void closeSocket(qintptr descriptor);
 
 } // namespace platform
 

@@ -2,12 +2,10 @@
 #include "common/Platform.h"
 #include "common/TerminationNotifier.h"
 
-#include <QtCore/QFile>
 #include <QtCore/QSocketNotifier>
 
 #include <cerrno>
 #include <csignal>
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -27,6 +25,13 @@ bool waitFor(int descriptor, short events)
 bool isTemporary(int error)
 {
     return error == EAGAIN || error == EWOULDBLOCK;
+}
+
+int transferred(ssize_t count)
+{
+    if (count >= 0)
+        return static_cast<int>(count);
+    return isTemporary(errno) || errno == EINTR ? WOULD_BLOCK : FAILED;
 }
 
 } // namespace
@@ -77,23 +82,29 @@ void endSending(qintptr descriptor)
     shutdown(static_cast<int>(descriptor), SHUT_WR);
 }
 
-QString moduleOf(Address address)
+int receive(qintptr descriptor, char* data, int size)
 {
-    Dl_info info;
-    if (dladdr(reinterpret_cast<void*>(address), &info) == 0)
-        return QString();
-    return QFile::decodeName(info.dli_fname);
+    return transferred(recv(static_cast<int>(descriptor), data, static_cast<size_t>(size), 0));
 }
 
-Address engineFunction(const QString& path, const char* name)
+int send(qintptr descriptor, const char* data, int size)
 {
-    // Already loaded, and not to be kept for longer on our account.
-    void* library = dlopen(QFile::encodeName(path).constData(), RTLD_LAZY | RTLD_NOLOAD);
-    if (!library)
-        return nullptr;
-    void* function = dlsym(library, name); // Looks in what the library is linked to, too.
-    dlclose(library);
-    return reinterpret_cast<Address>(function);
+    return transferred(::send(static_cast<int>(descriptor), data, static_cast<size_t>(size), 0));
+}
+
+QString socketErrorText()
+{
+    return qt_error_string(errno);
+}
+
+qintptr duplicateSocket(qintptr descriptor)
+{
+    return fcntl(static_cast<int>(descriptor), F_DUPFD_CLOEXEC, 0);
+}
+
+void closeSocket(qintptr descriptor)
+{
+    close(static_cast<int>(descriptor));
 }
 
 } // namespace platform

@@ -7,11 +7,21 @@
 #include <cstdio>
 #include <fcntl.h>
 #include <io.h>
-#include <string>
 #include <winsock2.h>
 #include <windows.h>
 
 namespace platform {
+
+namespace {
+
+int transferred(int count)
+{
+    if (count >= 0)
+        return count;
+    return WSAGetLastError() == WSAEWOULDBLOCK ? WOULD_BLOCK : FAILED;
+}
+
+} // namespace
 
 void prepareStandardStreams()
 {
@@ -43,30 +53,34 @@ void endSending(qintptr descriptor)
     shutdown(static_cast<SOCKET>(descriptor), SD_SEND);
 }
 
-QString moduleOf(Address address)
+int receive(qintptr descriptor, char* data, int size)
 {
-    HMODULE module = nullptr;
-    if (!GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS
-                                | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-                            reinterpret_cast<LPCWSTR>(address), &module)) {
-        return QString();
-    }
-    constexpr DWORD LONGEST_PATH = 32768;
-    std::wstring path(LONGEST_PATH, L'\0');
-    path.resize(GetModuleFileNameW(module, &path[0], LONGEST_PATH));
-    return QString::fromStdWString(path);
+    return transferred(recv(static_cast<SOCKET>(descriptor), data, size, 0));
 }
 
-Address engineFunction(const QString&, const char* name)
+int send(qintptr descriptor, const char* data, int size)
 {
-    for (const wchar_t* engine :
-         {L"libeay32.dll", L"libcrypto-1_1-x64.dll", L"libcrypto-3-x64.dll"}) {
-        const HMODULE module = GetModuleHandleW(engine);
-        const FARPROC function = module ? GetProcAddress(module, name) : nullptr;
-        if (function)
-            return reinterpret_cast<Address>(function);
-    }
-    return nullptr;
+    return transferred(::send(static_cast<SOCKET>(descriptor), data, size, 0));
+}
+
+QString socketErrorText()
+{
+    return qt_error_string(WSAGetLastError());
+}
+
+qintptr duplicateSocket(qintptr descriptor)
+{
+    WSAPROTOCOL_INFOW info;
+    if (WSADuplicateSocketW(static_cast<SOCKET>(descriptor), GetCurrentProcessId(), &info) != 0)
+        return -1;
+    const SOCKET copy = WSASocketW(FROM_PROTOCOL_INFO, FROM_PROTOCOL_INFO, FROM_PROTOCOL_INFO,
+                                   &info, 0, WSA_FLAG_OVERLAPPED);
+    return static_cast<qintptr>(copy);
+}
+
+void closeSocket(qintptr descriptor)
+{
+    closesocket(static_cast<SOCKET>(descriptor));
 }
 
 } // namespace platform

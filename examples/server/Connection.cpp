@@ -2,6 +2,7 @@
 #include "server/Connection.h"
 
 #include "common/Console.h"
+#include "common/Endpoint.h"
 #include "common/Platform.h"
 #include "server/ServerOptions.h"
 
@@ -16,20 +17,13 @@ constexpr qint64 TRANSPORT_READ_BUFFER = 64 * 1024;
 // How long a client may take for its part in the end of the connection.
 constexpr int CLOSING_MSECS = 10 * 1000;
 
-QString addressText(const QHostAddress& address, quint16 port)
-{
-    const bool bracketed = address.protocol() == QAbstractSocket::IPv6Protocol;
-    return QString::fromLatin1(bracketed ? "[%1]:%2" : "%1:%2").arg(address.toString()).arg(port);
-}
-
 } // namespace
 
-Connection::Connection(QTcpSocket* transport, const ServerOptions& options, QObject* parent)
-    : QObject(parent)
-    , m_options(options)
+Connection::Connection(QTcpSocket* transport, const ServerOptions& options)
+    : m_options(options)
     , m_socket(vela::SslSocket::Server)
     , m_transport(transport)
-    , m_client(addressText(transport->peerAddress(), transport->peerPort()))
+    , m_client(Endpoint{transport->peerAddress().toString(), transport->peerPort()}.text())
     , m_file(options.file)
 {
     m_limit.setSingleShot(true);

@@ -2,6 +2,8 @@
 #ifndef FERRULE_EXAMPLES_CONNECTION_H
 #define FERRULE_EXAMPLES_CONNECTION_H
 
+#include "common/ClientConnection.h"
+
 #include <Ferrule/SslSocket.h>
 
 #include <QtCore/QFile>
@@ -9,26 +11,17 @@
 
 struct ServerOptions;
 
-/*!
-    One client of the server. Prints a line about itself and emits ended() once, when the connection
-    is over; the object is to be deleted then, with deleteLater().
-*/
-class Connection : public QObject
+/*! One client of the server. Prints a line about itself when the connection is over. */
+class Connection : public ClientConnection
 {
     Q_OBJECT
 
 public:
     //! Serves the client of the connected \a transport; \a options must outlive the object.
-    Connection(QTcpSocket* transport, const ServerOptions& options, QObject* parent);
+    Connection(QTcpSocket* transport, const ServerOptions& options);
 
-    //! Drops the client, \a reason being what the line says.
-    void end(const QString& reason);
-
-    //! Must be called once, when ended() is connected: the connection may end at once.
-    void start();
-
-Q_SIGNALS:
-    void ended();
+    void start() override;
+    void end(const QString& reason) override;
 
 private:
     void greet();
@@ -44,7 +37,6 @@ private:
     vela::SslSocket m_socket;
     QTcpSocket* m_transport;
     QString m_client;
-    QString m_cipher;
     QFile m_file;
     QTimer m_limit;
     qint64 m_in = 0;

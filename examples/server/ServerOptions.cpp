@@ -2,6 +2,7 @@
 #include "server/ServerOptions.h"
 
 #include "common/CommandLineRun.h"
+#include "common/OptionValues.h"
 
 #include <QtCore/QCommandLineParser>
 #include <QtCore/QCoreApplication>
@@ -93,8 +94,6 @@ QString CommandLine::read(ServerOptions& options)
     }
     if (!parser.isSet(certificate) || !parser.isSet(key))
         return QStringLiteral("--cert and --key are required");
-    if (!options.address.setAddress(parser.value(host)))
-        return QStringLiteral("--host \"%1\" is not an IP address").arg(parser.value(host));
 
     options.tls.certificate = parser.value(certificate);
     options.tls.key = parser.value(key);
@@ -106,14 +105,11 @@ QString CommandLine::read(ServerOptions& options)
 
 QString CommandLine::readNumbers(ServerOptions& options)
 {
-    bool isNumber = false;
-    options.port = parser.value(port).toUShort(&isNumber);
-    if (!isNumber)
-        return QStringLiteral("--port \"%1\" is not a port").arg(parser.value(port));
-    const double seconds = parser.value(timeout).toDouble(&isNumber);
-    if (!isNumber || !(seconds >= 0 && seconds < 1e6))
+    const QString error = readListenAddress(parser, host, port, options.address, options.port);
+    if (!error.isNull())
+        return error;
+    if (!parseSeconds(parser.value(timeout), options.timeoutMsecs))
         return QStringLiteral("--timeout needs a number of seconds");
-    options.timeoutMsecs = static_cast<int>(seconds * 1000);
     const int mebibytes = parser.value(backlog).toInt();
     if (mebibytes < 1)
         return QStringLiteral("--max-backlog needs a whole number from 1");

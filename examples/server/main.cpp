@@ -2,9 +2,10 @@
 // A TLS server for the command line: echoes, or sends a file.
 
 #include "common/Console.h"
+#include "common/Listener.h"
 #include "common/Platform.h"
-#include "common/TerminationNotifier.h"
-#include "server/Server.h"
+#include "server/Connection.h"
+#include "server/ServerOptions.h"
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QFile>
@@ -40,16 +41,7 @@ int main(int argc, char** argv)
         return ExitSettings;
     }
 
-    Server server(options);
-    TerminationNotifier notifier;
-    QObject::connect(&notifier, &TerminationNotifier::requested, &server, [&server] {
-        server.stop();
-        QCoreApplication::exit(ExitOk);
-    });
-    const QString failure = server.listen();
-    if (!failure.isNull()) {
-        console::complain(failure);
-        return ExitCannotListen;
-    }
-    return QCoreApplication::exec();
+    Listener listener(
+        [&options](QTcpSocket* transport) { return new Connection(transport, options); });
+    return listener.serve(options.address, options.port, ExitCannotListen);
 }

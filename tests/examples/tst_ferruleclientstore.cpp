@@ -5,7 +5,9 @@
 #include "tests/examples/Program.h"
 
 #include <Ferrule/SslCertificateChain.h>
+#include <Ferrule/WinCertStore.h>
 
+#include <QtCore/QDir>
 #include <QtTest/QtTest>
 
 #include <openssl/opensslv.h>
@@ -60,6 +62,33 @@ QByteArray embeddedRoot(const QString& commonName)
     return found;
 }
 
+//! Adds \a root as a program of the user does whose data are in \a userData.
+bool importForUser(const Identity& root, const QString& userData)
+{
+    constexpr const char* VARIABLE = "XDG_DATA_HOME";
+    const bool wasSet = qEnvironmentVariableIsSet(VARIABLE);
+    const QByteArray before = qgetenv(VARIABLE);
+    qputenv(VARIABLE, QFile::encodeName(userData));
+    const QByteArray pem = root.certificatePem();
+    const bool isImported = vela::WinCertStore(nullptr).importSystemRootCert(
+        vela::SslCertificatePtr(new vela::SslCertificate(pem.constData(), pem.size())));
+    if (wasSet)
+        qputenv(VARIABLE, before);
+    else
+        qunsetenv(VARIABLE);
+    return isImported;
+}
+
+//! Returns what stands beside \a title in what the client reports.
+QByteArray rowOf(const QByteArray& report, const QByteArray& title)
+{
+    for (const QByteArray& line : report.split('\n')) {
+        if (line.startsWith(title + ' '))
+            return line.mid(title.size()).trimmed();
+    }
+    return QByteArray();
+}
+
 } // namespace
 
 #define VERIFY_REPORTS(client, text)                                                               \
@@ -74,6 +103,7 @@ private Q_SLOTS:
     void systemsStoreJudges_data();
     void systemsStoreJudges();
     void rootOfTheUserIsTrusted();
+    void importedRootIsTrustedUntilItsFileGoes();
     void nothingIsWritten();
     void requireOkWantsBothVerdicts_data();
     void requireOkWantsBothVerdicts();
@@ -145,6 +175,25 @@ void tst_FerruleClientStore::rootOfTheUserIsTrusted()
     StoreClient client(server.port(), words("--store system"), trustNothing(), userData.path());
     QCOMPARE(client.run(), 0);
     VERIFY_REPORTS(client, "\nstore        system: OK\n");
+}
+
+void tst_FerruleClientStore::importedRootIsTrustedUntilItsFileGoes()
+{
+    QTemporaryDir userData;
+    const QDir roots(userData.path() + QStringLiteral("/ferrule/roots"));
+    ServerProgram server(m_authority);
+    const auto verdict = [&] {
+        StoreClient client(server.port(), words("--store system"), trustNothing(), userData.path());
+        return client.run() == 0 ? rowOf(client.errors(), "store") : client.errors();
+    };
+    QCOMPARE(verdict(), QByteArray("system: failed"));
+
+    QVERIFY(importForUser(m_authority.root, userData.path()));
+    QCOMPARE(roots.entryList(QDir::Files).size(), 1);
+    QCOMPARE(verdict(), QByteArray("system: OK"));
+
+    QVERIFY(QFile::remove(roots.filePath(roots.entryList(QDir::Files).first())));
+    QCOMPARE(verdict(), QByteArray("system: failed"));
 }
 
 void tst_FerruleClientStore::nothingIsWritten()

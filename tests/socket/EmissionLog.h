@@ -39,7 +39,8 @@ public:
         QByteArrayList result;
         for (const QByteArray& name : emissions) {
             if (name.startsWith("stateChanged") || name == "connected" || name == "disconnected"
-                || name == "connectionVerificationDone" || name.startsWith("error")) {
+                || name == "connectionVerificationDone" || name == "tunnelEstablished"
+                || name.startsWith("error")) {
                 result.append(name);
             }
         }

@@ -19,7 +19,6 @@ const char ALREADY_CONNECTING[] =
 const char NOT_CONNECTED[] =
     "QtSslSocket::setSocket: QtSslSocket::setSocket() was called with a socket that is not in "
     "ConnectedState.";
-const char NO_PROXIED_TLS[] = "QtSslSocket::createSocket: TLS through a proxy is not available";
 
 const QString LOCALHOST = QStringLiteral("localhost");
 
@@ -73,9 +72,9 @@ private Q_SLOTS:
     void isSequentialAlways();
     void createSocketChoosesTheKind_data();
     void createSocketChoosesTheKind();
-    void createSocketDoesNotPretendToReachAProxy_data();
-    void createSocketDoesNotPretendToReachAProxy();
+    void createSocketDoesNotAskForTheApplicationProxy();
     void createSocketByPartsIgnoresTheParent();
+    void createSocketByPartsMakesAnHttpProxy_data();
     void createSocketByPartsMakesAnHttpProxy();
     void connectToHostTwiceWarnsAndChangesNothing();
     void connectEmitsItsSignalsInOrder_data();
@@ -169,14 +168,22 @@ void SocketFrameTest::createSocketChoosesTheKind_data()
     QTest::addColumn<bool>("ssl");
     QTest::addColumn<int>("proxyType");
     QTest::addColumn<QByteArray>("className");
-    QTest::newRow("TLS, no proxy")
-        << true << int(QNetworkProxy::NoProxy) << QByteArray("vela::SslSocket");
-    QTest::newRow("plain, no proxy")
-        << false << int(QNetworkProxy::NoProxy) << QByteArray("QTcpSocket");
-    QTest::newRow("plain, HTTP proxy")
-        << false << int(QNetworkProxy::HttpProxy) << QByteArray("QTcpSocket");
-    QTest::newRow("plain, SOCKS proxy")
-        << false << int(QNetworkProxy::Socks5Proxy) << QByteArray("QTcpSocket");
+    const std::pair<const char*, QNetworkProxy::ProxyType> types[] = {
+        {"default proxy", QNetworkProxy::DefaultProxy},
+        {"SOCKS proxy", QNetworkProxy::Socks5Proxy},
+        {"no proxy", QNetworkProxy::NoProxy},
+        {"HTTP proxy", QNetworkProxy::HttpProxy},
+        {"HTTP caching proxy", QNetworkProxy::HttpCachingProxy},
+        {"FTP caching proxy", QNetworkProxy::FtpCachingProxy},
+    };
+    for (const auto& type : types) {
+        const bool direct = type.second == QNetworkProxy::NoProxy;
+        QTest::addRow("TLS, %s", type.first)
+            << true << int(type.second)
+            << QByteArray(direct ? "vela::SslSocket" : "vela::SslProxySocket");
+        QTest::addRow("plain, %s", type.first)
+            << false << int(type.second) << QByteArray("QTcpSocket");
+    }
 }
 
 void SocketFrameTest::createSocketChoosesTheKind()
@@ -186,59 +193,67 @@ void SocketFrameTest::createSocketChoosesTheKind()
     QFETCH(QByteArray, className);
     const auto type = static_cast<QNetworkProxy::ProxyType>(proxyType);
     QObject parent;
-    const QNetworkProxy proxy(type, QStringLiteral("proxy"), 8080);
+    const QNetworkProxy proxy(type, QStringLiteral("proxy"), 8080, QStringLiteral("user"),
+                              QStringLiteral("secret"));
     QTcpSocket* socket = SslSocket::createSocket(ssl, proxy, &parent);
     QVERIFY(socket);
     QCOMPARE(QByteArray(socket->metaObject()->className()), className);
     QCOMPARE(socket->parent(), &parent);
-    const bool proxied = type != QNetworkProxy::NoProxy;
-    QCOMPARE(socket->proxy().type(), proxied ? type : QNetworkProxy::DefaultProxy);
-    QCOMPARE(socket->proxy().hostName(), proxied ? QStringLiteral("proxy") : QString());
+    const bool direct = type == QNetworkProxy::NoProxy;
+    QCOMPARE(socket->proxy(), direct ? QTcpSocket().proxy() : proxy);
 }
 
-void SocketFrameTest::createSocketDoesNotPretendToReachAProxy_data()
+void SocketFrameTest::createSocketDoesNotAskForTheApplicationProxy()
 {
-    QTest::addColumn<int>("proxyType");
-    QTest::newRow("default") << int(QNetworkProxy::DefaultProxy);
-    QTest::newRow("HTTP") << int(QNetworkProxy::HttpProxy);
-    QTest::newRow("SOCKS") << int(QNetworkProxy::Socks5Proxy);
-}
-
-void SocketFrameTest::createSocketDoesNotPretendToReachAProxy()
-{
-    QFETCH(int, proxyType);
-    const QNetworkProxy proxy(static_cast<QNetworkProxy::ProxyType>(proxyType));
-    QTest::ignoreMessage(QtWarningMsg, NO_PROXIED_TLS);
-    QVERIFY(!SslSocket::createSocket(true, proxy, this));
-    QVERIFY(children().isEmpty());
+    QNetworkProxy::setApplicationProxy(
+        QNetworkProxy(QNetworkProxy::HttpProxy, QStringLiteral("proxy"), 8080));
+    const std::unique_ptr<QTcpSocket> direct(
+        SslSocket::createSocket(true, QNetworkProxy(QNetworkProxy::NoProxy), nullptr));
+    const std::unique_ptr<QTcpSocket> proxied(
+        SslSocket::createSocket(true, QNetworkProxy(QNetworkProxy::DefaultProxy), nullptr));
+    QNetworkProxy::setApplicationProxy(QNetworkProxy(QNetworkProxy::NoProxy));
+    QCOMPARE(direct->metaObject()->className(), "vela::SslSocket");
+    QCOMPARE(proxied->metaObject()->className(), "vela::SslProxySocket");
+    QVERIFY(proxied->proxy().hostName().isEmpty());
 }
 
 void SocketFrameTest::createSocketByPartsIgnoresTheParent()
 {
     QObject parent;
     for (const bool ssl : {true, false}) {
-        const std::unique_ptr<QTcpSocket> socket(
-            SslSocket::createSocket(ssl, QString(), 0, QString(), QString(), &parent));
-        QVERIFY(socket);
-        QVERIFY(!socket->parent());
-        QCOMPARE(qobject_cast<SslSocket*>(socket.get()) != nullptr, ssl);
+        for (const QString& host : {QString(), QStringLiteral("proxy")}) {
+            const std::unique_ptr<QTcpSocket> socket(
+                SslSocket::createSocket(ssl, host, 3128, QString(), QString(), &parent));
+            QVERIFY(socket);
+            QVERIFY(!socket->parent());
+        }
     }
-    const std::unique_ptr<QTcpSocket> proxied(SslSocket::createSocket(
-        false, QStringLiteral("proxy"), 3128, QString(), QString(), &parent));
-    QVERIFY(!proxied->parent());
     QVERIFY(parent.children().isEmpty());
+}
+
+void SocketFrameTest::createSocketByPartsMakesAnHttpProxy_data()
+{
+    QTest::addColumn<bool>("ssl");
+    QTest::addColumn<QString>("host");
+    QTest::addColumn<QByteArray>("className");
+    const QString host = QStringLiteral("proxy");
+    QTest::newRow("TLS, proxy") << true << host << QByteArray("vela::SslProxySocket");
+    QTest::newRow("TLS, no proxy") << true << QString() << QByteArray("vela::SslSocket");
+    QTest::newRow("plain, proxy") << false << host << QByteArray("QTcpSocket");
+    QTest::newRow("plain, no proxy") << false << QString() << QByteArray("QTcpSocket");
 }
 
 void SocketFrameTest::createSocketByPartsMakesAnHttpProxy()
 {
-    const std::unique_ptr<QTcpSocket> socket(
-        SslSocket::createSocket(false, QStringLiteral("proxy"), 65536 + 3128,
-                                QStringLiteral("user"), QStringLiteral("secret"), nullptr));
-    QCOMPARE(socket->proxy(), QNetworkProxy(QNetworkProxy::HttpProxy, QStringLiteral("proxy"), 3128,
-                                            QStringLiteral("user"), QStringLiteral("secret")));
-    QTest::ignoreMessage(QtWarningMsg, NO_PROXIED_TLS);
-    QVERIFY(!SslSocket::createSocket(true, QStringLiteral("proxy"), 3128, QString(), QString(),
-                                     nullptr));
+    QFETCH(bool, ssl);
+    QFETCH(QString, host);
+    QFETCH(QByteArray, className);
+    const std::unique_ptr<QTcpSocket> socket(SslSocket::createSocket(
+        ssl, host, 65536 + 3128, QStringLiteral("user"), QStringLiteral("secret"), nullptr));
+    QCOMPARE(QByteArray(socket->metaObject()->className()), className);
+    const QNetworkProxy proxy(QNetworkProxy::HttpProxy, host, 3128, QStringLiteral("user"),
+                              QStringLiteral("secret"));
+    QCOMPARE(socket->proxy(), host.isEmpty() ? QTcpSocket().proxy() : proxy);
 }
 
 void SocketFrameTest::connectToHostTwiceWarnsAndChangesNothing()

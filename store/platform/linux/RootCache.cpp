@@ -2,8 +2,8 @@
 #include "store/platform/linux/RootCache.h"
 
 #include "cert/OpenSslErrorMark.h"
-
-#include <QtCore/QFile>
+#include "store/platform/linux/RegularFile.h"
+#include "store/platform/linux/RootReport.h"
 
 #include <openssl/err.h>
 #include <openssl/pem.h>
@@ -15,7 +15,7 @@ namespace vela {
 namespace {
 
 //! More than any bundle has; keeps a wrong name in the environment from filling the memory.
-constexpr qint64 MAX_FILE_SIZE = 64 * 1024 * 1024;
+constexpr int MAX_FILE_SIZE = 64 * 1024 * 1024;
 
 QByteArray encode(X509* x509)
 {
@@ -38,28 +38,50 @@ std::optional<QByteArray> readNext(BIO* bio)
     return QByteArray();
 }
 
-//! A damaged block costs its own certificate, not those that follow.
-void readCertificates(const QByteArray& pem, CertificateIndex* certificates)
+struct BlockCount
 {
+    int good = 0;
+    int damaged = 0;
+};
+
+//! A damaged block costs its own certificate, not those that follow.
+BlockCount readCertificates(const QByteArray& pem, CertificateIndex* certificates)
+{
+    BlockCount count;
     const BioHandle bio(BIO_new_mem_buf(const_cast<char*>(pem.constData()), pem.size()));
     if (!bio)
-        return;
+        return count;
     while (const std::optional<QByteArray> der = readNext(bio.get())) {
-        if (const TrustCertificatePtr certificate = TrustCertificate::fromDer(*der))
+        const TrustCertificatePtr certificate = TrustCertificate::fromDer(*der);
+        if (certificate)
             certificates->add(certificate);
+        ++(certificate ? count.good : count.damaged);
     }
+    return count;
 }
 
-RootSetPtr readRoots(const RootLocations& locations, const RootFiles& files)
+void readFile(const std::string& path, RootSet* roots, RootReport* report)
+{
+    const FileContent file = readRegularFile(path, MAX_FILE_SIZE);
+    if (file.error != 0) {
+        report->addError(path, file.error);
+        return;
+    }
+    const BlockCount count = readCertificates(file.bytes, &roots->certificates);
+    if (count.damaged > 0)
+        report->addDamage(path, count.damaged);
+    else if (count.good == 0 && roots->locations.isExpectedToHoldRoots(path))
+        report->addEmpty(path);
+}
+
+RootSetPtr readRoots(const RootLocations& locations, const RootFiles& files, RootReport* report)
 {
     const auto roots = std::make_shared<RootSet>();
     roots->locations = locations;
     roots->files = files;
-    for (const FileStamp& stamp : files) {
-        QFile file(QFile::decodeName(stamp.path.c_str()));
-        if (stamp.size <= MAX_FILE_SIZE && file.open(QIODevice::ReadOnly))
-            readCertificates(file.read(MAX_FILE_SIZE), &roots->certificates);
-    }
+    for (const FileStamp& stamp : files)
+        readFile(stamp.path, roots.get(), report);
+    locations.reportMissing(report);
     return roots;
 }
 
@@ -70,12 +92,21 @@ RootCache cache;
 
 RootSetPtr RootCache::current()
 {
+    RootReport report;
+    const RootSetPtr roots = upToDate(&report);
+    // Not under the lock: the stream is the host's own code.
+    report.log();
+    return roots;
+}
+
+RootSetPtr RootCache::upToDate(RootReport* report)
+{
     const RootLocations locations = RootLocations::fromEnvironment();
     const RootFiles files = locations.files();
     const std::lock_guard<std::mutex> locker(m_mutex);
     if (!m_roots || m_roots->files != files
         || m_roots->locations.userDirectory() != locations.userDirectory()) {
-        m_roots = readRoots(locations, files);
+        m_roots = readRoots(locations, files, report);
         ++m_readCount;
     }
     return m_roots;

@@ -27,13 +27,16 @@ using RootSetPtr = std::shared_ptr<const RootSet>;
 class RootCache
 {
 public:
-    //! Returns the roots as they are now.
+    //! Returns the roots as they are now. If they had to be read and some could not, the log says
+    //! so in one line.
     RootSetPtr current();
 
     //! How often the roots have been read.
     int readCount() const;
 
 private:
+    RootSetPtr upToDate(RootReport* report);
+
     mutable std::mutex m_mutex;
     RootSetPtr m_roots;
     int m_readCount = 0;

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "store/platform/linux/RootLocations.h"
 
+#include "store/platform/linux/RootReport.h"
+
 #include <QtCore/QByteArray>
 #include <QtCore/QFile>
 #include <QtCore/QStandardPaths>
@@ -12,9 +14,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <chrono>
 #include <filesystem>
 #include <optional>
-#include <tuple>
+#include <system_error>
+#include <thread>
 
 namespace vela {
 
@@ -32,22 +37,7 @@ constexpr const char* SYSTEM_BUNDLES[] = {
 constexpr const char* SYSTEM_DIRECTORIES[] = {"/etc/ssl/certs", "/etc/pki/tls/certs"};
 constexpr const char* USER_SUBDIRECTORY = "/ferrule/roots";
 constexpr int MAX_LINKS = 8;
-constexpr std::int64_t NANOSECONDS = 1000000000;
-
-std::int64_t nanoseconds(const timespec& time)
-{
-    return time.tv_sec * NANOSECONDS + time.tv_nsec;
-}
-
-FileStamp stampOf(const std::string& path, const struct stat& status)
-{
-    return {path,
-            status.st_dev,
-            status.st_ino,
-            status.st_size,
-            nanoseconds(status.st_mtim),
-            nanoseconds(status.st_ctim)};
-}
+constexpr int MAX_TICK = 20; // Milliseconds; several times what it is.
 
 std::optional<struct stat> statusOf(const std::string& path)
 {
@@ -62,7 +52,7 @@ std::optional<FileStamp> regularFile(const std::string& path)
     const auto status = statusOf(path);
     if (!status || !S_ISREG(status->st_mode) || status->st_size == 0)
         return std::nullopt;
-    return stampOf(path, *status);
+    return FileStamp(path, *status);
 }
 
 std::vector<std::string> sortedEntries(const std::string& directory)
@@ -89,18 +79,51 @@ bool endsWith(const std::string& text, const std::string& suffix)
            && text.compare(text.size() - suffix.size(), suffix.size(), suffix) == 0;
 }
 
+std::vector<std::string> userFiles(const std::string& directory)
+{
+    std::vector<std::string> files = sortedEntries(directory);
+    const auto isOther = [](const std::string& path) { return !endsWith(path, USER_ROOT_SUFFIX); };
+    files.erase(std::remove_if(files.begin(), files.end(), isOther), files.end());
+    return files;
+}
+
 void appendUserFiles(const std::string& directory, RootFiles* files)
 {
     const auto status = statusOf(directory);
     if (!status || !isOutOfOthersReach(*status))
         return;
-    for (const std::string& path : sortedEntries(directory)) {
+    for (const std::string& path : userFiles(directory)) {
         const auto fileStatus = statusOf(path);
-        if (endsWith(path, USER_ROOT_SUFFIX) && fileStatus && S_ISREG(fileStatus->st_mode)
-            && isOutOfOthersReach(*fileStatus)) {
-            files->push_back(stampOf(path, *fileStatus));
-        }
+        if (fileStatus && S_ISREG(fileStatus->st_mode) && isOutOfOthersReach(*fileStatus))
+            files->push_back(FileStamp(path, *fileStatus));
     }
+}
+
+//! Returns why there is nothing of \a type to be read at \a path; empty if there is.
+std::string obstacle(const std::string& path, mode_t type)
+{
+    struct stat status = {};
+    if (stat(path.c_str(), &status) != 0)
+        return std::generic_category().message(errno);
+    if ((status.st_mode & S_IFMT) == type)
+        return std::string();
+    return type == S_IFDIR ? "not a directory" : "not a regular file";
+}
+
+//! The same, and no other user could have written it.
+std::string userObstacle(const std::string& path, mode_t type)
+{
+    const std::string reason = obstacle(path, type);
+    if (!reason.empty())
+        return reason;
+    const auto status = statusOf(path);
+    return status && isOutOfOthersReach(*status) ? std::string() : "in the reach of other users";
+}
+
+void addObstacle(const std::string& path, const std::string& reason, RootReport* report)
+{
+    if (!reason.empty())
+        report->add(path, reason);
 }
 
 //! Adds where \a path would appear: its directory, or the nearest that is there.
@@ -151,13 +174,6 @@ std::string userDirectoryPath()
 
 } // namespace
 
-bool FileStamp::operator==(const FileStamp& other) const
-{
-    return std::tie(path, device, inode, size, modified, changed)
-           == std::tie(other.path, other.device, other.inode, other.size, other.modified,
-                       other.changed);
-}
-
 RootLocations RootLocations::fromEnvironment()
 {
     RootLocations locations;
@@ -171,7 +187,7 @@ RootLocations RootLocations::fromEnvironment()
         if (!file.empty())
             locations.m_bundles.push_back(fs::absolute(file).string());
         locations.m_directories = splitList(qgetenv(directoryVariable));
-        locations.m_usesBoth = true;
+        locations.m_isReplaced = true;
     } else {
         locations.m_bundles.emplace_back(X509_get_default_cert_file());
         locations.m_bundles.insert(locations.m_bundles.end(), std::begin(SYSTEM_BUNDLES),
@@ -188,6 +204,25 @@ RootLocations RootLocations::fromEnvironment()
 
 RootFiles RootLocations::files() const
 {
+    RootFiles files = list();
+    const auto isNew = [](const FileStamp& stamp) { return stamp.isOfThisTick(); };
+    for (int i = 0; i < MAX_TICK && std::any_of(files.begin(), files.end(), isNew); ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        files = list();
+    }
+    return files;
+}
+
+RootFiles RootLocations::list() const
+{
+    RootFiles files = systemFiles();
+    if (!m_userDirectory.empty())
+        appendUserFiles(m_userDirectory, &files);
+    return files;
+}
+
+RootFiles RootLocations::systemFiles() const
+{
     RootFiles files;
     for (const std::string& path : m_bundles) {
         if (const auto file = regularFile(path)) {
@@ -195,7 +230,7 @@ RootFiles RootLocations::files() const
             break;
         }
     }
-    if (files.empty() || m_usesBoth) {
+    if (files.empty() || m_isReplaced) {
         for (const std::string& directory : m_directories) {
             for (const std::string& path : sortedEntries(directory)) {
                 if (const auto file = regularFile(path))
@@ -203,9 +238,46 @@ RootFiles RootLocations::files() const
             }
         }
     }
-    if (!m_userDirectory.empty())
-        appendUserFiles(m_userDirectory, &files);
     return files;
+}
+
+void RootLocations::reportMissing(RootReport* report) const
+{
+    if (m_isReplaced)
+        reportNamed(report);
+    else if (systemFiles().empty())
+        report->add("the system", "no bundle of authorities found");
+    reportUserFiles(report);
+}
+
+void RootLocations::reportNamed(RootReport* report) const
+{
+    for (const std::string& path : m_bundles) {
+        const std::string reason = obstacle(path, S_IFREG);
+        addObstacle(path, reason, report);
+        if (reason.empty() && !regularFile(path))
+            report->addEmpty(path);
+    }
+    for (const std::string& path : m_directories)
+        addObstacle(path, obstacle(path, S_IFDIR), report);
+}
+
+void RootLocations::reportUserFiles(RootReport* report) const
+{
+    if (m_userDirectory.empty() || !fs::exists(m_userDirectory))
+        return;
+    const std::string reason = userObstacle(m_userDirectory, S_IFDIR);
+    addObstacle(m_userDirectory, reason, report);
+    if (!reason.empty())
+        return;
+    for (const std::string& path : userFiles(m_userDirectory))
+        addObstacle(path, userObstacle(path, S_IFREG), report);
+}
+
+bool RootLocations::isExpectedToHoldRoots(const std::string& path) const
+{
+    return std::find(m_bundles.begin(), m_bundles.end(), path) != m_bundles.end()
+           || fs::path(path).parent_path() == m_userDirectory;
 }
 
 std::set<std::string> RootLocations::watchedDirectories() const

@@ -2,25 +2,15 @@
 #ifndef FERRULE_ROOTLOCATIONS_H
 #define FERRULE_ROOTLOCATIONS_H
 
-#include <cstdint>
+#include "store/platform/linux/FileStamp.h"
+
 #include <set>
 #include <string>
 #include <vector>
 
 namespace vela {
 
-/*! What tells one state of a file from another. */
-struct FileStamp
-{
-    std::string path;
-    std::uint64_t device;
-    std::uint64_t inode;
-    std::int64_t size;
-    std::int64_t modified; //!< Nanoseconds, like the next.
-    std::int64_t changed;
-
-    bool operator==(const FileStamp& other) const;
-};
+class RootReport;
 
 /*! The files that hold the roots, in the order in which they are read. */
 using RootFiles = std::vector<FileStamp>;
@@ -45,8 +35,17 @@ public:
         Returns the files that are there now: of the bundles the first that is not empty; the
         directories' content when the system has no bundle or the environment names them; the user's
         own files, unless other users could have written them.
+
+        May wait for some milliseconds when one of them has just been changed, so that whatever
+        happens to them afterwards shows in their stamps.
     */
     RootFiles files() const;
+
+    //! Adds to \a report what is named, or the user's, but not among files().
+    void reportMissing(RootReport* report) const;
+
+    //! Whether the file at \a path is there to hold roots, rather than one of a directory of many.
+    bool isExpectedToHoldRoots(const std::string& path) const;
 
     //! Returns the directories in which a change of files() shows.
     std::set<std::string> watchedDirectories() const;
@@ -55,10 +54,15 @@ public:
     const std::string& userDirectory() const { return m_userDirectory; }
 
 private:
+    RootFiles list() const;
+    RootFiles systemFiles() const;
+    void reportNamed(RootReport* report) const;
+    void reportUserFiles(RootReport* report) const;
+
     std::vector<std::string> m_bundles;
     std::vector<std::string> m_directories;
     std::string m_userDirectory;
-    bool m_usesBoth = false; //!< Directories count although there is a bundle.
+    bool m_isReplaced = false; //!< By the environment: directories count beside a bundle.
 };
 
 //! The ending of the names in the user's directory that count.

@@ -1,18 +1,21 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "store/platform/linux/UserRoots.h"
 
+#include "store/platform/linux/RegularFile.h"
 #include "store/platform/linux/RootLocations.h"
 #include "store/platform/linux/TrustCertificate.h"
 
 #include <QtCore/QCryptographicHash>
-#include <QtCore/QFile>
-#include <QtCore/QSaveFile>
 
 #include <openssl/pem.h>
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <filesystem>
 
 namespace vela {
@@ -22,6 +25,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr mode_t OWNER_ONLY = S_IRWXU;
+constexpr int MAX_ROOT_SIZE = 1024 * 1024; // More than any certificate has.
 
 //! Makes \a directory and what is missing above it, for the user alone.
 bool makePrivateDirectory(const fs::path& directory)
@@ -45,19 +49,69 @@ QByteArray encodePem(const TrustCertificate& certificate)
     return QByteArray(data, static_cast<int>(size));
 }
 
-bool holds(const QString& path, const QByteArray& content)
+bool holds(const std::string& path, const QByteArray& content)
 {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) && file.readAll() == content
-           && (file.permissions() & (QFileDevice::WriteGroup | QFileDevice::WriteOther)) == 0;
+    struct stat status = {};
+    return lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode)
+           && (status.st_mode & (S_IWGRP | S_IWOTH)) == 0
+           && readRegularFile(path, MAX_ROOT_SIZE).bytes == content;
 }
 
-bool writeAtomically(const QString& path, const QByteArray& content)
+/*!
+    A file that takes the place of the one at a path, or of a link, when it is complete. Until then
+    it has another name, and it goes with the object.
+*/
+class ReplacementFile
 {
-    QSaveFile file(path);
-    return file.open(QIODevice::WriteOnly)
-           && file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner)
-           && file.write(content) == content.size() && file.commit();
+public:
+    explicit ReplacementFile(const std::string& path)
+        : m_path(path)
+        , m_temporaryPath(path + ".XXXXXX")
+        , m_descriptor(mkostemp(m_temporaryPath.data(), O_CLOEXEC)) // For the user alone.
+    {
+    }
+
+    ~ReplacementFile()
+    {
+        if (m_descriptor < 0)
+            return;
+        close(m_descriptor);
+        if (!m_isInPlace)
+            unlink(m_temporaryPath.c_str());
+    }
+
+    bool write(const QByteArray& content)
+    {
+        for (int written = 0; written < content.size();) {
+            const ssize_t count =
+                ::write(m_descriptor, content.constData() + written, content.size() - written);
+            if (count < 0 && errno != EINTR)
+                return false;
+            written += static_cast<int>(std::max<ssize_t>(count, 0));
+        }
+        return true;
+    }
+
+    bool putInPlace()
+    {
+        m_isInPlace =
+            fsync(m_descriptor) == 0 && rename(m_temporaryPath.c_str(), m_path.c_str()) == 0;
+        return m_isInPlace;
+    }
+
+private:
+    Q_DISABLE_COPY(ReplacementFile)
+
+    const std::string m_path;
+    std::string m_temporaryPath;
+    const int m_descriptor;
+    bool m_isInPlace = false;
+};
+
+bool writeAtomically(const std::string& path, const QByteArray& content)
+{
+    ReplacementFile file(path);
+    return file.write(content) && file.putInPlace();
 }
 
 } // namespace
@@ -75,8 +129,7 @@ DWORD addUserRoot(const QByteArray& der)
         return ERROR_ACCESS_DENIED;
     }
     const QByteArray digest = QCryptographicHash::hash(der, QCryptographicHash::Sha256).toHex();
-    const QString path = QFile::decodeName(directory.c_str()) + QLatin1Char('/')
-                         + QLatin1String(digest) + QLatin1String(USER_ROOT_SUFFIX);
+    const std::string path = directory + '/' + digest.toStdString() + USER_ROOT_SUFFIX;
     const QByteArray pem = encodePem(*certificate);
     if (holds(path, pem) || writeAtomically(path, pem))
         return ERROR_SUCCESS;

@@ -3,6 +3,7 @@
 
 #include <QtCore/QDir>
 #include <QtCore/QFile>
+#include <QtCore/QFileInfo>
 #include <QtCore/QSaveFile>
 
 namespace test {
@@ -15,6 +16,14 @@ QByteArray toPem(const QByteArray& der)
     for (int i = 0; i < base64.size(); i += LINE_LENGTH)
         pem += base64.mid(i, LINE_LENGTH) + '\n';
     return pem + "-----END CERTIFICATE-----\n";
+}
+
+void writeFile(const QString& path, const QByteArray& content)
+{
+    QDir().mkpath(QFileInfo(path).path());
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly) || file.write(content) != content.size())
+        qFatal("%s: %s", qPrintable(path), qPrintable(file.errorString()));
 }
 
 Environment::~Environment()

@@ -11,6 +11,9 @@ namespace test {
 
 QByteArray toPem(const QByteArray& der);
 
+//! Writes the file at \a path in place, or makes it, with the directories that are missing.
+void writeFile(const QString& path, const QByteArray& content);
+
 /*! Sets or, with a null value, unsets environment variables, and puts them back when it goes. */
 class Environment
 {

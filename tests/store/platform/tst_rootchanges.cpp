@@ -11,6 +11,8 @@
 #include "SignalCounter.h"
 #include "TrustedRoots.h"
 
+#include "store/platform/linux/RootLocations.h"
+
 #include <QtCore/QDir>
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
@@ -31,13 +33,6 @@ QByteArray newRoot()
 {
     static int number = 0;
     return PlannedCertificate(leafPlan(QString::number(++number))).der();
-}
-
-void write(const QString& path, const QByteArray& content)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly) || file.write(content) != content.size())
-        qFatal("%s: %s", qPrintable(path), qPrintable(file.errorString()));
 }
 
 void replaceBundle(test::TrustedRoots& roots)
@@ -63,8 +58,7 @@ void addToDirectory(test::TrustedRoots& roots)
 {
     static int number = 0;
     const QString name = QStringLiteral("/%1.pem").arg(++number);
-    QDir().mkpath(certificateDirectory(roots));
-    write(certificateDirectory(roots) + name, test::toPem(newRoot()));
+    test::writeFile(certificateDirectory(roots) + name, test::toPem(newRoot()));
 }
 
 void nothing(test::TrustedRoots&)
@@ -100,6 +94,7 @@ private Q_SLOTS:
     void lastStoreTakesItsThreadsAlong();
     void notificationNeedsAnEvent();
     void otherControlsAreRefused();
+    void changeRightAfterReadingShows();
 
 private:
     //! Lets the watcher pass twice over all that has happened so far.
@@ -139,8 +134,9 @@ void RootChangesTest::changeIsSignalledOnce_data()
     };
 
     row("bundle replaced", nothing, replaceBundle);
-    row("bundle written in place", nothing,
-        [](test::TrustedRoots& roots) { write(roots.bundlePath(), test::toPem(newRoot())); });
+    row("bundle written in place", nothing, [](test::TrustedRoots& roots) {
+        test::writeFile(roots.bundlePath(), test::toPem(newRoot()));
+    });
     row("bundle removed", nothing,
         [](test::TrustedRoots& roots) { QFile::remove(roots.bundlePath()); });
     row(
@@ -159,9 +155,8 @@ void RootChangesTest::changeIsSignalledOnce_data()
         "other target for a link to the bundle",
         [](test::TrustedRoots& roots) {
             for (const char* name : {"one", "other"}) {
-                QDir().mkpath(roots.path(QLatin1String(name)));
-                write(roots.path(QLatin1String(name)) + QStringLiteral("/bundle.pem"),
-                      test::toPem(newRoot()));
+                test::writeFile(roots.path(QLatin1String(name)) + QStringLiteral("/bundle.pem"),
+                                test::toPem(newRoot()));
             }
             QFile::remove(roots.bundlePath());
             QVERIFY(QFile::link(roots.path(QStringLiteral("one")),
@@ -177,14 +172,15 @@ void RootChangesTest::changeIsSignalledOnce_data()
     row(
         "file behind a link replaced",
         [](test::TrustedRoots& roots) {
-            QDir().mkpath(roots.path(QStringLiteral("elsewhere")));
-            write(roots.path(QStringLiteral("elsewhere/file.pem")), test::toPem(newRoot()));
+            test::writeFile(roots.path(QStringLiteral("elsewhere/file.pem")),
+                            test::toPem(newRoot()));
             QFile::remove(roots.bundlePath());
             QVERIFY(
                 QFile::link(roots.path(QStringLiteral("elsewhere/file.pem")), roots.bundlePath()));
         },
         [](test::TrustedRoots& roots) {
-            write(roots.path(QStringLiteral("elsewhere/file.pem")), test::toPem(newRoot()));
+            test::writeFile(roots.path(QStringLiteral("elsewhere/file.pem")),
+                            test::toPem(newRoot()));
         });
     row("first import of the user", nothing, import);
     row("second import of the user", import, import);
@@ -229,8 +225,8 @@ void RootChangesTest::otherFilesAreNoChange()
 {
     import(*m_roots);
     WatchedStore store;
-    write(m_roots->path(QStringLiteral("other")), "something");
-    write(m_roots->userDirectory() + QStringLiteral("/other.txt"), "something");
+    test::writeFile(m_roots->path(QStringLiteral("other")), "something");
+    test::writeFile(m_roots->userDirectory() + QStringLiteral("/other.txt"), "something");
     QDir().mkpath(certificateDirectory(*m_roots) + QStringLiteral("/empty"));
     {
         // Looks at the directories after what has happened, without a change of the roots.
@@ -334,6 +330,19 @@ void RootChangesTest::otherControlsAreRefused()
     QVERIFY(platform.closeStore(memory, 0));
     QVERIFY(!platform.controlStore(nullptr, 2, CERT_STORE_CTRL_RESYNC, nullptr));
     QCOMPARE(platform.lastError(), DWORD(ERROR_INVALID_HANDLE));
+}
+
+void RootChangesTest::changeRightAfterReadingShows()
+{
+    // In place and of equal size: nothing but the time tells the two apart.
+    QByteArray pem = test::toPem(newRoot());
+    for (int i = 0; i < 100; ++i) {
+        test::writeFile(m_roots->bundlePath(), pem);
+        const vela::RootFiles before = vela::RootLocations::fromEnvironment().files();
+        pem[pem.size() / 2] = pem.at(pem.size() / 2) == 'A' ? 'B' : 'A';
+        test::writeFile(m_roots->bundlePath(), pem);
+        QVERIFY(!(vela::RootLocations::fromEnvironment().files() == before));
+    }
 }
 
 QTEST_GUILESS_MAIN(RootChangesTest)

@@ -47,14 +47,6 @@ QByteArray selfSigned(const QString& name)
     return PlannedCertificate(leafPlan(name)).der();
 }
 
-void write(const QString& path, const QByteArray& content)
-{
-    QDir().mkpath(QFileInfo(path).path());
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly) || file.write(content) != content.size())
-        qFatal("%s: %s", qPrintable(path), qPrintable(file.errorString()));
-}
-
 mode_t modeOf(const QString& path)
 {
     struct stat status = {};
@@ -139,7 +131,7 @@ void TrustedRootsTest::fileAndDirectoryOfTheEnvironmentBothCount()
     const QByteArray other = selfSigned(QStringLiteral("other"));
     test::TrustedRoots roots;
     roots.setRoots({one});
-    write(roots.path(QStringLiteral("certs/other.pem")), test::toPem(other));
+    test::writeFile(roots.path(QStringLiteral("certs/other.pem")), test::toPem(other));
     roots.environment().set("SSL_CERT_DIR", QFile::encodeName(roots.path(QStringLiteral("certs"))));
     QVERIFY(isTrusted(one));
     QVERIFY(isTrusted(other));
@@ -150,8 +142,8 @@ void TrustedRootsTest::severalDirectoriesCount()
     const QByteArray one = selfSigned(QStringLiteral("one"));
     const QByteArray other = selfSigned(QStringLiteral("other"));
     test::TrustedRoots roots;
-    write(roots.path(QStringLiteral("a/one.pem")), test::toPem(one));
-    write(roots.path(QStringLiteral("b/other.0")), test::toPem(other));
+    test::writeFile(roots.path(QStringLiteral("a/one.pem")), test::toPem(one));
+    test::writeFile(roots.path(QStringLiteral("b/other.0")), test::toPem(other));
     roots.environment().set("SSL_CERT_FILE", QByteArray());
     roots.environment().set("SSL_CERT_DIR",
                             QFile::encodeName(roots.path(QStringLiteral("a")) + QLatin1Char(':')
@@ -162,18 +154,50 @@ void TrustedRootsTest::severalDirectoriesCount()
 
 void TrustedRootsTest::environmentReplacesTheSystemsRootsAsAWhole_data()
 {
-    QTest::addColumn<QByteArray>("variable");
-    QTest::newRow("file") << QByteArray("SSL_CERT_FILE");
-    QTest::newRow("directory") << QByteArray("SSL_CERT_DIR");
+    QTest::addColumn<QByteArray>("file");
+    QTest::addColumn<QByteArray>("directory");
+    QTest::addColumn<int>("rootsOfTheFile");
+    QTest::addColumn<int>("rootsOfTheDirectory");
+    const QByteArray unset;
+    const QByteArray empty = "";
+    QTest::newRow("file alone") << QByteArray("file.pem") << unset << 1 << 0;
+    QTest::newRow("directory alone") << unset << QByteArray("certs") << 0 << 1;
+    QTest::newRow("both") << QByteArray("file.pem") << QByteArray("certs") << 1 << 1;
+    QTest::newRow("file empty") << empty << unset << 0 << 0;
+    QTest::newRow("directory empty") << unset << empty << 0 << 0;
+    QTest::newRow("both empty") << empty << empty << 0 << 0;
+    QTest::newRow("file and empty directory") << QByteArray("file.pem") << empty << 1 << 0;
+    QTest::newRow("empty file and directory") << empty << QByteArray("certs") << 0 << 1;
+    QTest::newRow("missing file") << QByteArray("missing") << unset << 0 << 0;
+    QTest::newRow("missing directory") << unset << QByteArray("missing") << 0 << 0;
+    QTest::newRow("both missing") << QByteArray("missing") << QByteArray("missing") << 0 << 0;
+    QTest::newRow("missing file and directory")
+        << QByteArray("missing") << QByteArray("certs") << 0 << 1;
+    QTest::newRow("file and missing directory")
+        << QByteArray("file.pem") << QByteArray("missing") << 1 << 0;
 }
 
 void TrustedRootsTest::environmentReplacesTheSystemsRootsAsAWhole()
 {
-    QFETCH(QByteArray, variable);
+    QFETCH(QByteArray, file);
+    QFETCH(QByteArray, directory);
+    QFETCH(int, rootsOfTheFile);
+    QFETCH(int, rootsOfTheDirectory);
+    const QByteArray one = selfSigned(QStringLiteral("one"));
+    const QByteArray other = selfSigned(QStringLiteral("other"));
     test::TrustedRoots roots;
-    roots.environment().set("SSL_CERT_FILE", QByteArray());
-    roots.environment().set(variable, QFile::encodeName(roots.path(QStringLiteral("missing"))));
-    QCOMPARE(int(vela::rootCache().current()->certificates.size()), 0);
+    test::writeFile(roots.path(QStringLiteral("file.pem")), test::toPem(one));
+    test::writeFile(roots.path(QStringLiteral("certs/other.pem")), test::toPem(other));
+    const auto pathOf = [&roots](const QByteArray& name) {
+        return name.isEmpty() ? name : QFile::encodeName(roots.path(QString::fromLatin1(name)));
+    };
+    roots.environment().set("SSL_CERT_FILE", pathOf(file));
+    roots.environment().set("SSL_CERT_DIR", pathOf(directory));
+    QCOMPARE(int(isTrusted(one)), rootsOfTheFile);
+    QCOMPARE(int(isTrusted(other)), rootsOfTheDirectory);
+    // Nothing of the system's own is left.
+    QCOMPARE(int(vela::rootCache().current()->certificates.size()),
+             rootsOfTheFile + rootsOfTheDirectory);
 }
 
 void TrustedRootsTest::systemsRootsAreTrustedWithoutEnvironment()
@@ -256,7 +280,7 @@ void TrustedRootsTest::importReplacesAFileThatIsDamaged()
     QVERIFY(import(one));
     const QString path =
         roots.userDirectory() + QLatin1Char('/') + filesIn(roots.userDirectory()).value(0);
-    write(path, "damaged");
+    test::writeFile(path, "damaged");
     QVERIFY(!isTrusted(one));
     QVERIFY(import(one));
     QVERIFY(isTrusted(one));
@@ -308,7 +332,7 @@ void TrustedRootsTest::importIntoAnotherStoreFails()
 void TrustedRootsTest::importWhereNothingCanBeWrittenFails()
 {
     test::TrustedRoots roots;
-    write(roots.path(QStringLiteral("file")), "not a directory");
+    test::writeFile(roots.path(QStringLiteral("file")), "not a directory");
     roots.environment().set("XDG_DATA_HOME", QFile::encodeName(roots.path(QStringLiteral("file"))));
     QVERIFY(!import(selfSigned(QStringLiteral("one"))));
     QCOMPARE(platform().lastError(), DWORD(ERROR_ACCESS_DENIED));

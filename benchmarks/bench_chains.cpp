@@ -1,0 +1,304 @@
+// SPDX-License-Identifier: BSD-3-Clause
+
+/*
+    What a verdict of the system's store costs, next to what OpenSSL's own X509_verify_cert() takes
+    for the same chain with the same roots: the machine's whole bundle and the one root that the
+    chains of this program end in. A chain is an end certificate, an intermediate and the root.
+
+    Both sides are handed certificates that are parsed already, though no certificate twice: the
+    engine remembers which signatures it has found good. The sides take turns, and take turns in
+    beginning; printed are medians of processor time with the range of the rounds, and the ratio.
+*/
+
+#include <Ferrule/WinCertStore.h>
+
+#include <QtCore/QCoreApplication>
+#include <QtCore/QFile>
+#include <QtCore/QTemporaryDir>
+#include <QtCore/QTextStream>
+
+#include <openssl/ec.h>
+#include <openssl/evp.h>
+#include <openssl/pem.h>
+#include <openssl/rsa.h>
+#include <openssl/x509_vfy.h>
+#include <openssl/x509v3.h>
+
+#include <algorithm>
+#include <ctime>
+#include <functional>
+
+namespace {
+
+using vela::SslCertificate;
+using vela::SslCertificateChain;
+using vela::SslCertificatePtr;
+using vela::WinCertStore;
+
+constexpr int ROUNDS = 15;
+constexpr int VERIFICATIONS = 400; // A round and side.
+constexpr int MANY = 100;          // As many end certificates as a busy host might meet in turn.
+constexpr double LIMIT = 1.5;
+
+[[noreturn]] void fail(const char* what)
+{
+    qFatal("bench_chains: %s", what);
+}
+
+EVP_PKEY* makeKey(int type)
+{
+    EVP_PKEY_CTX* generator = EVP_PKEY_CTX_new_id(type, nullptr);
+    EVP_PKEY* parameters = nullptr;
+    EVP_PKEY* key = nullptr;
+    if (type == EVP_PKEY_EC) {
+        EVP_PKEY_paramgen_init(generator);
+        EVP_PKEY_CTX_set_ec_paramgen_curve_nid(generator, NID_X9_62_prime256v1);
+        EVP_PKEY_CTX_set_ec_param_enc(generator, OPENSSL_EC_NAMED_CURVE);
+        EVP_PKEY_paramgen(generator, &parameters);
+        EVP_PKEY_CTX_free(generator);
+        generator = EVP_PKEY_CTX_new(parameters, nullptr);
+    }
+    EVP_PKEY_keygen_init(generator);
+    if (EVP_PKEY_keygen(generator, &key) != 1)
+        fail("no key could be made");
+    EVP_PKEY_CTX_free(generator);
+    EVP_PKEY_free(parameters);
+    return key;
+}
+
+void addExtension(X509* x509, int nid, const char* value)
+{
+    X509V3_CTX context;
+    X509V3_set_ctx(&context, x509, x509, nullptr, nullptr, 0);
+    QByteArray text(value);
+    X509_EXTENSION* extension = X509V3_EXT_conf_nid(nullptr, &context, nid, text.data());
+    if (!extension || X509_add_ext(x509, extension, -1) != 1)
+        fail(value);
+    X509_EXTENSION_free(extension);
+}
+
+//! A certificate with its key; both stay until the process ends.
+struct Party
+{
+    QByteArray der() const
+    {
+        unsigned char* encoded = nullptr;
+        const int length = i2d_X509(x509, &encoded);
+        const QByteArray result(reinterpret_cast<const char*>(encoded), length);
+        OPENSSL_free(encoded);
+        return result;
+    }
+
+    X509* x509;
+    EVP_PKEY* key;
+};
+
+Party makeParty(const QByteArray& name, EVP_PKEY* key, const Party* issuer, bool isAuthority)
+{
+    static int serial = 0;
+    X509* x509 = X509_new();
+    const Party signer = issuer ? *issuer : Party{x509, key};
+    X509_set_version(x509, 2);
+    ASN1_INTEGER_set(X509_get_serialNumber(x509), ++serial);
+    X509_gmtime_adj(X509_get_notBefore(x509), -86400);
+    X509_gmtime_adj(X509_get_notAfter(x509), 86400);
+    X509_set_pubkey(x509, key);
+    X509_NAME_add_entry_by_txt(X509_get_subject_name(x509), "CN", MBSTRING_ASC,
+                               reinterpret_cast<const unsigned char*>(name.constData()), -1, -1, 0);
+    X509_set_issuer_name(x509, X509_get_subject_name(signer.x509));
+    addExtension(x509, NID_basic_constraints, isAuthority ? "critical,CA:TRUE" : "CA:FALSE");
+    addExtension(x509, NID_key_usage,
+                 isAuthority ? "critical,keyCertSign" : "critical,digitalSignature");
+    addExtension(x509, NID_subject_key_identifier, "hash");
+    if (X509_sign(x509, signer.key, EVP_sha256()) == 0)
+        fail("a certificate could not be signed");
+    return {x509, key};
+}
+
+X509* parse(const QByteArray& der)
+{
+    const auto* bytes = reinterpret_cast<const unsigned char*>(der.constData());
+    X509* x509 = d2i_X509(nullptr, &bytes, der.size());
+    if (!x509)
+        fail("a certificate could not be parsed");
+    return x509;
+}
+
+//! The encodings of chains with keys of one kind, which differ in their end certificates.
+class Chains
+{
+public:
+    Chains(int keyType, const QByteArray& name)
+    {
+        const Party root = makeParty(name + " Root", makeKey(keyType), nullptr, true);
+        const Party intermediate = makeParty(name + " Intermediate", makeKey(keyType), &root, true);
+        m_root = root.der();
+        m_intermediate = intermediate.der();
+        EVP_PKEY* key = makeKey(keyType);
+        for (int i = 0; i < MANY; ++i) {
+            const QByteArray host = "host " + QByteArray::number(i);
+            m_leaves.append(makeParty(host, key, &intermediate, false).der());
+        }
+    }
+
+    const QByteArray& root() const { return m_root; }
+
+    //! Returns one of the chains, parsed anew as a handshake does. The caller frees each.
+    QList<X509*> parsed(int number) const
+    {
+        return {parse(m_leaves.at(number)), parse(m_intermediate), parse(m_root)};
+    }
+
+private:
+    QByteArray m_root;
+    QByteArray m_intermediate;
+    QList<QByteArray> m_leaves;
+};
+
+//! Writes the bundle of both sides and returns its path.
+QByteArray writeBundle(const QTemporaryDir& directory, std::initializer_list<QByteArray> roots)
+{
+    QFile machine(QStringLiteral("/etc/ssl/certs/ca-certificates.crt"));
+    if (!machine.open(QIODevice::ReadOnly))
+        fail("this machine has no bundle of authorities");
+    QByteArray pem = machine.readAll() + '\n';
+    for (const QByteArray& root : roots)
+        pem += SslCertificate(parse(root), true).encodePem().toLatin1();
+    QFile bundle(directory.filePath(QStringLiteral("bundle.pem")));
+    if (!bundle.open(QIODevice::WriteOnly) || bundle.write(pem) != pem.size())
+        fail("the bundle could not be written");
+    return QFile::encodeName(bundle.fileName());
+}
+
+//! Returns the microseconds of processor time per call of \a verify, which is true.
+double measure(const std::function<bool(int)>& verify)
+{
+    int good = 0;
+    const std::clock_t start = std::clock();
+    for (int i = 0; i < VERIFICATIONS; ++i)
+        good += verify(i) ? 1 : 0;
+    const double seconds = static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC;
+    if (good != VERIFICATIONS)
+        fail("a chain was not found valid");
+    return seconds * 1e6 / VERIFICATIONS;
+}
+
+double measureStore(WinCertStore& store, const Chains& chains, int leaves)
+{
+    QList<SslCertificateChain> all;
+    for (int i = 0; i < VERIFICATIONS; ++i) {
+        SslCertificateChain chain;
+        for (X509* x509 : chains.parsed(i % leaves))
+            chain << SslCertificatePtr(new SslCertificate(x509, true));
+        all.append(chain);
+    }
+    return measure([&](int i) { return store.verify(all.at(i)) == vela::VerifyOk; });
+}
+
+double measureEngine(X509_STORE* store, const Chains& chains, int leaves)
+{
+    QList<QList<X509*>> all;
+    QList<STACK_OF(X509)*> others;
+    for (int i = 0; i < VERIFICATIONS; ++i) {
+        all.append(chains.parsed(i % leaves));
+        others.append(sk_X509_new_null());
+        sk_X509_push(others.last(), all.last().at(1));
+        sk_X509_push(others.last(), all.last().at(2));
+    }
+    const double result = measure([&](int i) {
+        X509_STORE_CTX* context = X509_STORE_CTX_new();
+        X509_STORE_CTX_init(context, store, all.at(i).first(), others.at(i));
+        const bool isValid = X509_verify_cert(context) == 1;
+        X509_STORE_CTX_free(context);
+        return isValid;
+    });
+    for (int i = 0; i < VERIFICATIONS; ++i) {
+        sk_X509_pop_free(others.at(i), X509_free);
+        X509_free(all.at(i).first());
+    }
+    return result;
+}
+
+struct Sample
+{
+    explicit Sample(QList<double> values)
+    {
+        std::sort(values.begin(), values.end());
+        least = values.first();
+        median = values.at(values.size() / 2);
+        most = values.last();
+    }
+
+    QString text() const
+    {
+        return QStringLiteral("%1 (%2 to %3)")
+            .arg(median, 8, 'f', 1)
+            .arg(least, 0, 'f', 1)
+            .arg(most, 0, 'f', 1);
+    }
+
+    double least;
+    double median;
+    double most;
+};
+
+//! Measures and prints one row of the table; returns the ratio.
+double compare(const char* name, const Chains& chains, int leaves, WinCertStore& store,
+               X509_STORE* engine)
+{
+    QList<double> own;
+    QList<double> peer;
+    for (int round = 0; round < ROUNDS; ++round) {
+        if (round % 2 == 0)
+            own.append(measureStore(store, chains, leaves));
+        peer.append(measureEngine(engine, chains, leaves));
+        if (round % 2 != 0)
+            own.append(measureStore(store, chains, leaves));
+    }
+    const Sample ownSample(own);
+    const Sample peerSample(peer);
+    const double ratio = ownSample.median / peerSample.median;
+    QTextStream(stdout) << QStringLiteral("  %1 %2   %3 %4\n")
+                               .arg(QString::fromLatin1(name), -28)
+                               .arg(ownSample.text(), -30)
+                               .arg(peerSample.text(), -30)
+                               .arg(ratio, 6, 'f', 2);
+    return ratio;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    const QCoreApplication application(argc, argv);
+    const QTemporaryDir directory;
+    const Chains rsa(EVP_PKEY_RSA, "RSA");
+    const Chains ec(EVP_PKEY_EC, "P-256");
+    const QByteArray bundle = writeBundle(directory, {rsa.root(), ec.root()});
+    qputenv("SSL_CERT_FILE", bundle);
+    qputenv("SSL_CERT_DIR", "");
+    qputenv("XDG_DATA_HOME", QFile::encodeName(directory.path()));
+    WinCertStore store(nullptr);
+    X509_STORE* engine = X509_STORE_new();
+    if (X509_STORE_load_locations(engine, bundle.constData(), nullptr) != 1)
+        fail("the engine does not read the bundle");
+
+    QTextStream(stdout) << "chains of three, " << SSLeay_version(SSLEAY_VERSION) << ", "
+                        << "median (range) of " << ROUNDS << " rounds of " << VERIFICATIONS
+                        << ", microseconds of processor time for each\n"
+                        << QStringLiteral("  %1 %2   %3  ratio\n")
+                               .arg(QString(), -28)
+                               .arg(QStringLiteral("WinCertStore::verify"), -30)
+                               .arg(QStringLiteral("X509_verify_cert"), -30);
+    double worst = 0;
+    worst = std::max(worst, compare("RSA 2048, one chain", rsa, 1, store, engine));
+    worst = std::max(worst, compare("RSA 2048, many end certs", rsa, MANY, store, engine));
+    worst = std::max(worst, compare("P-256, one chain", ec, 1, store, engine));
+    worst = std::max(worst, compare("P-256, many end certs", ec, MANY, store, engine));
+    X509_STORE_free(engine);
+    QTextStream(stdout) << QString::fromLatin1(worst <= LIMIT
+                                                   ? "nothing takes more than %1 times as long\n"
+                                                   : "something takes MORE than %1 times as long\n")
+                               .arg(LIMIT);
+    return worst <= LIMIT ? 0 : 1;
+}
