@@ -56,9 +56,6 @@ struct CommandLine
         QStringLiteral("Write the end certificate of the one FILE to <OUT>, in DER, which has room "
                        "for one certificate."),
         QStringLiteral("OUT")};
-    QCommandLineOption about{
-        QStringLiteral("about"),
-        QStringLiteral("Tell which Qt and which OpenSSL the program runs with, and end.")};
     QCommandLineOption help{{QStringLiteral("h"), QStringLiteral("help")},
                             QStringLiteral("Print this text and end.")};
     QCommandLineOption version = parser.addVersionOption();
@@ -69,7 +66,7 @@ struct CommandLine
         parser.addPositionalArgument(QStringLiteral("FILE"),
                                      QStringLiteral("A file; \"-\" is standard input."),
                                      QStringLiteral("FILE..."));
-        parser.addOptions({bundle, accept, pem, der, about, help});
+        parser.addOptions({bundle, accept, pem, der, help});
     }
 
     QString read(CertificatesOptions& options);

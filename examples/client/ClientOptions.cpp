@@ -117,9 +117,6 @@ struct CommandLine
         QStringLiteral("verbose"),
         QStringLiteral("Also show the library's notes on its sessions, and the "
                        "failures in its log.")};
-    QCommandLineOption about{
-        QStringLiteral("about"),
-        QStringLiteral("Tell which Qt and which OpenSSL the program runs with, and end.")};
     QCommandLineOption help{{QStringLiteral("h"), QStringLiteral("help")},
                             QStringLiteral("Print this text and end.")};
     QCommandLineOption version = parser.addVersionOption();
@@ -131,7 +128,7 @@ struct CommandLine
                                      QStringLiteral("HOST:PORT"));
         parser.addOptions({caFile, caDirectory, certificate, key, ciphers, store, proxy, repeat,
                            timeout, closeAfterInput, requireOk, requireHostName, quiet, verbose,
-                           about, help});
+                           help});
     }
 
     QString read(ClientOptions& options);

@@ -9,15 +9,19 @@
 #include <QtCore/QCoreApplication>
 
 /*!
-    Reads \a arguments into \a options by means of \a line, which has a `parser`, the options
-    `about`, `help` and `version`, and a function `read()` that returns what is wrong. Returns false
-    when the program is to end with \a status: after --about, --help and --version, and after a
-    mistake, which is complained about and gives \a usageStatus.
+    Reads \a arguments into \a options by means of \a line, which has a `parser`, the options `help`
+    and `version`, and a function `read()` that returns what is wrong; the option --about is added.
+    Returns false when the program is to end with \a status: after --about, --help and --version,
+    and after a mistake, which is complained about and gives \a usageStatus.
 */
 template <typename CommandLine, typename Options>
 bool runCommandLine(const QStringList& arguments, CommandLine& line, Options& options,
                     int usageStatus, int& status)
 {
+    const QCommandLineOption about(
+        QStringLiteral("about"),
+        QStringLiteral("Tell which Qt and which OpenSSL the program runs with, and end."));
+    line.parser.addOption(about);
     QString error = line.parser.parse(arguments) ? QString() : line.parser.errorText();
     status = 0;
     if (error.isNull() && line.parser.isSet(line.help)) {
@@ -29,7 +33,7 @@ bool runCommandLine(const QStringList& arguments, CommandLine& line, Options& op
                        + QCoreApplication::applicationVersion());
         return false;
     }
-    if (error.isNull() && line.parser.isSet(line.about)) {
+    if (error.isNull() && line.parser.isSet(about)) {
         for (const QString& text : aboutLines())
             console::print(text);
         return false;

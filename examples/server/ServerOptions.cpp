@@ -66,9 +66,6 @@ struct CommandLine
         QStringLiteral("MiB"), QStringLiteral("128")};
     QCommandLineOption verbose{QStringLiteral("verbose"),
                                QStringLiteral("Also show the library's notes on its sessions.")};
-    QCommandLineOption about{
-        QStringLiteral("about"),
-        QStringLiteral("Tell which Qt and which OpenSSL the program runs with, and end.")};
     QCommandLineOption help{{QStringLiteral("h"), QStringLiteral("help")},
                             QStringLiteral("Print this text and end.")};
     QCommandLineOption version = parser.addVersionOption();
@@ -77,7 +74,7 @@ struct CommandLine
     {
         parser.setApplicationDescription(QString::fromLatin1(DESCRIPTION));
         parser.addOptions(
-            {certificate, key, host, port, ciphers, file, timeout, backlog, verbose, about, help});
+            {certificate, key, host, port, ciphers, file, timeout, backlog, verbose, help});
     }
 
     QString read(ServerOptions& options);

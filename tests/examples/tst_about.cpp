@@ -41,6 +41,7 @@ void AboutTest::programsTellWhatTheyRunWith_data()
     QTest::addColumn<QString>("program");
     QTest::newRow("certificates") << QStringLiteral(CERTIFICATES_PROGRAM);
     QTest::newRow("client") << QStringLiteral(CLIENT_PROGRAM);
+    QTest::newRow("proxy") << QStringLiteral(PROXY_PROGRAM);
     QTest::newRow("server") << QStringLiteral(SERVER_PROGRAM);
 }
 
