@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "common/About.h"
 
+#include "common/CertificateRows.h"
 #include "common/LoadedModules.h"
 
 #include <Ferrule/Log.h>
@@ -9,12 +10,6 @@
 #include <QtNetwork/QNetworkInterface>
 
 namespace {
-
-//! A row as the other reports have them: what it is about in a column of its own.
-QString row(const char* label, const QString& text)
-{
-    return QString::fromLatin1(label).leftJustified(13) + text;
-}
 
 QString pathOf(modules::Address address)
 {
@@ -57,17 +52,17 @@ QStringList aboutLines()
     QStringList lines{
         QCoreApplication::applicationName() + QLatin1Char(' ')
             + QCoreApplication::applicationVersion(),
-        row("Ferrule", pathOf(addressOf(&vela::Log::instance))),
-        row("Qt", QStringLiteral("%1, built for %2")
-                      .arg(QString::fromLatin1(qVersion()), QStringLiteral(QT_VERSION_STR))),
-        row("Qt Core", pathOf(addressOf(&qVersion))),
-        row("Qt Network", pathOf(addressOf(&QNetworkInterface::allInterfaces))),
+        reportRow("Ferrule", pathOf(addressOf(&vela::Log::instance))),
+        reportRow("Qt", QStringLiteral("%1, built for %2")
+                            .arg(QString::fromLatin1(qVersion()), QStringLiteral(QT_VERSION_STR))),
+        reportRow("Qt Core", pathOf(addressOf(&qVersion))),
+        reportRow("Qt Network", pathOf(addressOf(&QNetworkInterface::allInterfaces))),
     };
     if (!engine.text.isEmpty())
-        lines += {row("OpenSSL", engine.text), row("", engine.path)};
+        lines += {reportRow("OpenSSL", engine.text), reportRow("", engine.path)};
     const QString caution = engineCaution(builtFor, engine.text);
     if (!caution.isEmpty())
-        lines += row("caution", caution);
+        lines += reportRow("caution", caution);
     return lines;
 }
 
