@@ -57,18 +57,23 @@ void SslProxySocket::connectToHostImplementation(QString hostName, quint16 port,
 void SslProxySocket::connectDirectly(const QString& hostName, quint16 port, OpenMode openMode)
 {
     // Otherwise the call is refused and the connection, tunnel or not, goes on.
-    if (tunnelSocket && state() == UnconnectedState) {
-        tunnelSocket->disconnect();
-        if (d->socket == tunnelSocket)
-            d->renewTransport();
-    }
+    if (state() == UnconnectedState)
+        silenceTunnel();
     SslSocket::connectToHostImplementation(hostName, port, openMode);
+}
+
+void SslProxySocket::silenceTunnel()
+{
+    if (!tunnelSocket)
+        return;
+    tunnelSocket->disconnect();
+    if (d->socket == tunnelSocket)
+        d->transportSilenced = true;
 }
 
 void SslProxySocket::openTunnel(const QNetworkProxy& proxy, OpenMode openMode)
 {
-    if (tunnelSocket)
-        tunnelSocket->disconnect();
+    silenceTunnel();
     auto* tunnel = new QTcpSocket(this);
     tunnelSocket = tunnel;
     d->upcomingTransport = tunnel;

@@ -97,6 +97,7 @@ private:
     Q_DISABLE_COPY(SslProxySocket)
 
     void connectDirectly(const QString& hostName, quint16 port, OpenMode openMode);
+    void silenceTunnel();
     void openTunnel(const QNetworkProxy& proxy, OpenMode openMode);
     bool adoptTunnel();
 

@@ -85,7 +85,7 @@ void SslSocket::connectToHostImplementation(QString hostName, quint16 port, Open
     open(openMode);
     d->sessionKey = QString::fromLatin1("%1:%2").arg(hostName, QString::number(port));
     d->reset();
-    if (!d->socket || d->insideTransportSignal())
+    if (!d->socket || d->transportSilenced || d->insideTransportSignal())
         d->renewTransport();
 
     const SessionGuard guard(d);
@@ -193,6 +193,7 @@ void SslSocketPrivate::attach(QTcpSocket* transport, bool owned)
 {
     socket = transport;
     ownsSocket = owned;
+    transportSilenced = false;
     transportSignals = TransportSignal::countOf(transport);
     QObject::disconnect(transport, nullptr, nullptr, nullptr);
     if (const char* source = errorSourceSignal(transport))
@@ -255,7 +256,7 @@ void SslSocketPrivate::abandonUpcomingTransport()
 
 QAbstractSocket::SocketState SslSocketPrivate::transportState() const
 {
-    return socket ? socket->state() : QAbstractSocket::UnconnectedState;
+    return socket && !transportSilenced ? socket->state() : QAbstractSocket::UnconnectedState;
 }
 
 void SslSocketPrivate::reset()

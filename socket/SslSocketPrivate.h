@@ -37,7 +37,7 @@ public:
     //! Gives up the connection that was to become the inner socket, without hearing from it again.
     void abandonUpcomingTransport();
 
-    //! Returns the inner socket's state; unconnected when a host has deleted it.
+    //! Returns the inner socket's state; unconnected when a host has deleted it or it was silenced.
     QAbstractSocket::SocketState transportState() const;
 
     //! Returns true while a signal of the inner socket is being handled or relayed.
@@ -112,6 +112,8 @@ public:
     int activeReads = 0;
     //! How many signals of the inner socket are being handled or relayed.
     TransportSignal::Count transportSignals;
+    //! The inner socket was disconnected from us: its connection, if any, is to make no more news.
+    bool transportSilenced = false;
     //! A connection that is being prepared to become the inner socket; null when there is none.
     QPointer<QTcpSocket> upcomingTransport;
 };

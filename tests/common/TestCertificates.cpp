@@ -56,11 +56,11 @@ EvpPkeyHandle generate(EVP_PKEY_CTX* context)
     return EvpPkeyHandle(key);
 }
 
-EvpPkeyHandle makeRsaKey()
+EvpPkeyHandle makeRsaKey(int bits)
 {
     const KeyContext context(EVP_PKEY_CTX_new_id(EVP_PKEY_RSA, nullptr));
     require(context && EVP_PKEY_keygen_init(context.get()) > 0
-                && EVP_PKEY_CTX_set_rsa_keygen_bits(context.get(), 2048) > 0,
+                && EVP_PKEY_CTX_set_rsa_keygen_bits(context.get(), bits) > 0,
             "preparing an RSA key");
     return generate(context.get());
 }
@@ -82,6 +82,18 @@ EvpPkeyHandle makeEcKey()
     const KeyContext context(EVP_PKEY_CTX_new(parameters, nullptr));
     require(context && EVP_PKEY_keygen_init(context.get()) > 0, "EVP_PKEY_keygen_init");
     return generate(context.get());
+}
+
+EvpPkeyHandle makeKey(KeyType type)
+{
+    switch (type) {
+    case KeyType::Rsa2048:
+        return makeRsaKey(2048);
+    case KeyType::Rsa512:
+        return makeRsaKey(512);
+    default:
+        return makeEcKey();
+    }
 }
 
 Asn1Time makeTime(qint64 offset, const QByteArray& text)
@@ -193,7 +205,7 @@ Identity makeIdentity(const CertificateSpec& spec, const Identity* issuer)
 {
     Identity identity;
     identity.m_data = std::make_shared<Identity::Data>();
-    identity.m_data->key = spec.keyType == KeyType::Rsa2048 ? makeRsaKey() : makeEcKey();
+    identity.m_data->key = makeKey(spec.keyType);
     identity.m_data->x509.reset(X509_new());
 
     X509* x509 = identity.x509();

@@ -17,6 +17,7 @@ namespace test {
 
 enum class KeyType {
     Rsa2048,
+    Rsa512, //!< So short that it proves nothing.
     EcP256
 };
 

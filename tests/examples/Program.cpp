@@ -89,9 +89,29 @@ ClientProgram::ClientProgram(quint16 port, const QStringList& options, const QSt
 {
 }
 
+int ListeningProgram::stop()
+{
+    terminate();
+    return finish();
+}
+
+void ListeningProgram::listen(const QStringList& options)
+{
+    setArguments(QStringList(options) << QStringLiteral("--port") << QStringLiteral("0"));
+    start();
+    if (waitForOutput("\n"))
+        m_port = output().mid(output().lastIndexOf(':') + 1).trimmed().toUShort();
+}
+
+ProxyProgram::ProxyProgram(const QStringList& options)
+    : ListeningProgram(QStringLiteral(PROXY_PROGRAM))
+{
+    listen(options);
+}
+
 ServerProgram::ServerProgram(const Authority& authority, const QStringList& options,
                              const QString& host)
-    : Program(QStringLiteral(SERVER_PROGRAM))
+    : ListeningProgram(QStringLiteral(SERVER_PROGRAM))
 {
     QStringList all = options;
     if (!host.isEmpty())
@@ -100,27 +120,18 @@ ServerProgram::ServerProgram(const Authority& authority, const QStringList& opti
 }
 
 ServerProgram::ServerProgram(const Identity& identity, const QStringList& options)
-    : Program(QStringLiteral(SERVER_PROGRAM))
+    : ListeningProgram(QStringLiteral(SERVER_PROGRAM))
 {
     begin(identity, options);
 }
 
 void ServerProgram::begin(const Identity& identity, QStringList options)
 {
-    options << QStringLiteral("--port") << QStringLiteral("0") << QStringLiteral("--cert")
+    options << QStringLiteral("--cert")
             << m_directory.writeCertificate(QStringLiteral("server.pem"), identity)
             << QStringLiteral("--key")
             << m_directory.writeKey(QStringLiteral("server.key"), identity);
-    setArguments(options);
-    start();
-    if (waitForOutput("\n"))
-        m_port = output().mid(output().lastIndexOf(':') + 1).trimmed().toUShort();
-}
-
-int ServerProgram::stop()
-{
-    terminate();
-    return finish();
+    listen(options);
 }
 
 OpenSslServer::OpenSslServer(const Authority& authority, const QStringList& options)

@@ -56,8 +56,39 @@ public:
                   const QString& host = QStringLiteral("127.0.0.1"));
 };
 
+/*! A program that listens on a port and prints which. */
+class ListeningProgram : public Program
+{
+    Q_OBJECT
+
+public:
+    using Program::Program;
+
+    //! The port, 0 when the program does not listen.
+    quint16 port() const { return m_port; }
+
+    //! Ends the program with SIGTERM; returns the exit status.
+    int stop();
+
+protected:
+    //! Starts the program on a free port, with \a options.
+    void listen(const QStringList& options);
+
+private:
+    quint16 m_port = 0;
+};
+
+/*! ferrule-proxy on a free port. */
+class ProxyProgram : public ListeningProgram
+{
+    Q_OBJECT
+
+public:
+    explicit ProxyProgram(const QStringList& options = QStringList());
+};
+
 /*! ferrule-server on a free port, with a certificate of \a authority for 127.0.0.1. */
-class ServerProgram : public Program
+class ServerProgram : public ListeningProgram
 {
     Q_OBJECT
 
@@ -66,17 +97,10 @@ public:
                            const QString& host = QString());
     ServerProgram(const Identity& identity, const QStringList& options);
 
-    //! The port, 0 when the server does not listen.
-    quint16 port() const { return m_port; }
-
-    //! Ends the server with SIGTERM; returns the exit status.
-    int stop();
-
 private:
     void begin(const Identity& identity, QStringList options);
 
     PemDirectory m_directory;
-    quint16 m_port = 0;
 };
 
 /*! ferrule-certificates with \a arguments. */

@@ -64,7 +64,7 @@ void tst_FerruleClient::helpNamesEveryOptionAndStatus()
     client.start();
     QCOMPARE(client.finish(), 0);
     for (const QString& option :
-         words("--ca-file --ca-dir --cert --key --ciphers --store --repeat --timeout "
+         words("--ca-file --ca-dir --cert --key --ciphers --store --proxy --repeat --timeout "
                "--close-after-input --require-ok --require-host-name "
                "--quiet --verbose --help --version HOST:PORT"))
         QVERIFY2(client.output().contains(option.toLatin1()), qPrintable(option));

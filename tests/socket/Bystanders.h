@@ -13,8 +13,8 @@ class Bystanders
 {
 public:
     Bystanders()
-        : m_client(vela::SslSocket::Client)
-        , m_server(vela::SslSocket::Server)
+        : m_client(Role::Client)
+        , m_server(Role::Server)
     {
         for (HostConversation* conversation : {&m_client, &m_server}) {
             const EmissionLog log(conversation->socket());

@@ -37,14 +37,13 @@ const char* const connectionNames[] = {"functor",     "own functor",     "subcla
 class Row
 {
 public:
-    Row(SslSocket::Mode role, const HostSignal& signal, HostAction action,
-        HostConnection connection)
+    Row(Role role, const HostSignal& signal, HostAction action, HostConnection connection)
         : m_signal(signal)
         , m_action(action)
         , m_conversation(role)
         , m_log(new EmissionLog(m_conversation.socket()))
         , m_socket(m_conversation.socket())
-        , m_actor(m_socket, signal, connection, [this] { act(); })
+        , m_actor(m_conversation, signal, connection, [this] { act(); })
     {
     }
 
@@ -64,7 +63,7 @@ private:
     HostAction m_action;
     HostConversation m_conversation;
     std::unique_ptr<EmissionLog> m_log;
-    QPointer<HostSocket> m_socket;
+    QPointer<SslSocket> m_socket;
     HostActor m_actor;
     bool m_newConnection = false;
     bool m_abortedUnconnected = false;
@@ -155,10 +154,12 @@ void Row::act()
 
 void Row::connectAgain()
 {
-    m_newConnection = m_socket->state() == QAbstractSocket::UnconnectedState
-                      && m_conversation.role() == SslSocket::Client;
+    const bool unconnected = m_socket->state() == QAbstractSocket::UnconnectedState;
+    m_newConnection = m_conversation.role() == Role::ProxiedClient
+                      || (m_conversation.role() == Role::Client && unconnected);
     m_log->emissions.clear();
-    m_conversation.connectOut(); // Warns, and does nothing else, while there is a connection.
+    // While there is a direct connection it warns and does nothing else.
+    m_conversation.connectOut();
 }
 
 void Row::checkDeleted()
@@ -182,7 +183,8 @@ void Row::checkClosed()
 void Row::checkContinued()
 {
     // Waiting for data includes waiting for the connection, and a wait in vain gives that up.
-    const bool gaveUp = m_signal.clientsOnly && m_action == HostAction::WaitForReadyRead;
+    const bool gaveUp =
+        m_signal.audience == Audience::DirectClients && m_action == HostAction::WaitForReadyRead;
     if (m_signal.endsConnection || gaveUp) {
         settle();
         return;
@@ -229,50 +231,75 @@ void Row::checkUsedAgain()
 const std::vector<HostSignal>& hostSignals()
 {
     using S = QAbstractSocket;
+    using D = PeerDeed;
+    using A = Audience;
+    const char* const readyRead = SIGNAL(readyRead());
+    const char* const connected = SIGNAL(connected());
+    const char* const disconnected = SIGNAL(disconnected());
+    const char* const written = SIGNAL(bytesWritten(qint64));
     const char* const stateChanged = SIGNAL(stateChanged(QAbstractSocket::SocketState));
     const char* const error = SIGNAL(error(QAbstractSocket::SocketError));
     const char* const errorOccurred = SIGNAL(errorOccurred(QAbstractSocket::SocketError));
+    const char* const verdict = SIGNAL(connectionVerificationDone(vela::CertVerify,bool,QString));
+    const char* const tunnel = SIGNAL(tunnelEstablished());
     static const std::vector<HostSignal> table = {
-        {"readyRead", SIGNAL(readyRead()), -1, PeerDeed::Write, false, false},
-         {"connected", SIGNAL(connected()), -1, PeerDeed::Nothing, false, false},
-          {"disconnected", SIGNAL(disconnected()), -1, PeerDeed::HangUp, false, true},
-           {"disconnected by close-notify",
-            SIGNAL(disconnected()), -1, PeerDeed::CloseNotify, false, true},
-            {"error of the transport", error, -1, PeerDeed::HangUp, false, true},
-            {"error of TLS", error, -1, PeerDeed::Garbage, false, true},
-            {"errorOccurred of the transport", errorOccurred, -1, PeerDeed::HangUp, false, true},
-            {"errorOccurred of TLS", errorOccurred, -1, PeerDeed::Garbage, false, true},
-            {"HostLookupState", stateChanged, S::HostLookupState, PeerDeed::Nothing, true, false},
-            {"ConnectingState", stateChanged, S::ConnectingState, PeerDeed::Nothing, true, false},
-            {"ConnectedState", stateChanged, S::ConnectedState, PeerDeed::Nothing, false, false},
-            {"ClosingState", stateChanged, S::ClosingState, PeerDeed::HangUp, false, true},
-            {"ClosingState by close-notify", stateChanged, S::ClosingState, PeerDeed::CloseNotify,
-             false, true},
-            {"UnconnectedState", stateChanged, S::UnconnectedState, PeerDeed::HangUp, false, true},
-            {"bytesWritten", SIGNAL(bytesWritten(qint64)), -1, PeerDeed::ReadMuch, false, false},
-             {"connectionVerificationDone",
-              SIGNAL(connectionVerificationDone(vela::CertVerify,bool,QString)), -1,
-                     PeerDeed::Nothing, false, false},
-             };
+        {"readyRead", readyRead, -1, D::Write, A::Everyone, false},
+        {"connected", connected, -1, D::Nothing, A::Everyone, false},
+        {"disconnected", disconnected, -1, D::HangUp, A::Everyone, true},
+        {"disconnected by close-notify", disconnected, -1, D::CloseNotify, A::Everyone, true},
+        {"error of the transport", error, -1, D::HangUp, A::Everyone, true},
+        {"error of TLS", error, -1, D::Garbage, A::Everyone, true},
+        {"errorOccurred of the transport", errorOccurred, -1, D::HangUp, A::Everyone, true},
+        {"errorOccurred of TLS", errorOccurred, -1, D::Garbage, A::Everyone, true},
+        {"HostLookupState", stateChanged, S::HostLookupState, D::Nothing, A::DirectClients, false},
+        {"ConnectingState", stateChanged, S::ConnectingState, D::Nothing, A::DirectClients, false},
+        {"ConnectedState", stateChanged, S::ConnectedState, D::Nothing, A::Everyone, false},
+        {"ClosingState", stateChanged, S::ClosingState, D::HangUp, A::Everyone, true},
+        {"ClosingState by close-notify", stateChanged, S::ClosingState, D::CloseNotify, A::Everyone,
+         true},
+        {"UnconnectedState", stateChanged, S::UnconnectedState, D::HangUp, A::Everyone, true},
+        {"bytesWritten", written, -1, D::ReadMuch, A::Everyone, false},
+        {"connectionVerificationDone", verdict, -1, D::Nothing, A::Everyone, false},
+        {"tunnelEstablished", tunnel, -1, D::Nothing, A::ProxiedClients, false},
+        {"error of a refusal", error, -1, D::Refuse, A::ProxiedClients, true},
+        {"error of the tunnel", error, -1, D::HangUpOnRequest, A::ProxiedClients, true},
+        {"errorOccurred of a refusal", errorOccurred, -1, D::Refuse, A::ProxiedClients, true},
+        {"errorOccurred of the tunnel", errorOccurred, -1, D::HangUpOnRequest, A::ProxiedClients,
+         true},
+    };
     return table;
 }
 
+namespace {
+
+const struct
+{
+    const char* name;
+    Role role;
+    Audience audience;
+} roles[] = {
+    {"client", Role::Client, Audience::DirectClients},
+    {"server", Role::Server, Audience::Everyone},
+    {"proxied client", Role::ProxiedClient, Audience::ProxiedClients},
+};
+
+} // namespace
+
 void addHostActionRows(const std::vector<HostConnection>& connections)
 {
-    QTest::addColumn<int>("role");
+    QTest::addColumn<test::Role>("role");
     QTest::addColumn<const test::HostSignal*>("signal");
     QTest::addColumn<test::HostAction>("action");
     QTest::addColumn<test::HostConnection>("connection");
     for (const HostConnection connection : connections) {
-        for (const auto role : {SslSocket::Client, SslSocket::Server}) {
+        for (const auto& role : roles) {
             for (const HostSignal& signal : hostSignals()) {
-                if (signal.clientsOnly && role == SslSocket::Server)
+                if (signal.audience != Audience::Everyone && signal.audience != role.audience)
                     continue;
                 for (const auto& action : hostActions) {
-                    QTest::addRow("%s, %s, %s, %s", role == SslSocket::Client ? "client" : "server",
-                                  signal.name, action.name,
+                    QTest::addRow("%s, %s, %s, %s", role.name, signal.name, action.name,
                                   connectionNames[static_cast<int>(connection)])
-                        << int(role) << &signal << action.action << connection;
+                        << role.role << &signal << action.action << connection;
                 }
             }
         }
@@ -281,13 +308,13 @@ void addHostActionRows(const std::vector<HostConnection>& connections)
 
 void runHostActionRow()
 {
-    QFETCH(int, role);
+    QFETCH(test::Role, role);
     QFETCH(const test::HostSignal*, signal);
     QFETCH(test::HostAction, action);
     QFETCH(test::HostConnection, connection);
     static Bystanders bystanders;
     {
-        Row row(static_cast<SslSocket::Mode>(role), *signal, action, connection);
+        Row row(role, *signal, action, connection);
         row.run();
     }
     QVERIFY(bystanders.stillExchange());

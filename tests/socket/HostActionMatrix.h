@@ -6,6 +6,13 @@
 
 namespace test {
 
+//! Whose sockets emit a signal.
+enum class Audience {
+    Everyone,
+    DirectClients,
+    ProxiedClients
+};
+
 //! A signal of the socket and how its peer makes it come.
 struct HostSignal
 {
@@ -13,7 +20,7 @@ struct HostSignal
     const char* signature; //!< As Qt's SIGNAL macro makes it.
     int state;             //!< Which stateChanged(); -1 for the other signals.
     PeerDeed deed;
-    bool clientsOnly;
+    Audience audience;
     bool endsConnection; //!< The connection is not to be expected to go on after it.
 };
 

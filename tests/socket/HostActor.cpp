@@ -5,27 +5,29 @@ using vela::SslSocket;
 
 namespace test {
 
-HostActor::HostActor(HostSocket* socket, const HostSignal& signal, HostConnection connection,
-                     std::function<void()> action)
-    : m_socket(socket)
+HostActor::HostActor(const HostConversation& conversation, const HostSignal& signal,
+                     HostConnection connection, std::function<void()> action)
+    : m_socket(conversation.socket())
     , m_signal(signal)
     , m_connection(connection)
     , m_action(std::move(action))
 {
     qRegisterMetaType<QAbstractSocket::SocketError>();
     qRegisterMetaType<QAbstractSocket::SocketState>();
-    socket->onAct = [this] { trigger(); };
-    socket->onState = [this](QAbstractSocket::SocketState state) { onState(state); };
-    connect(this, &HostActor::relayed, socket, [this] { act(); });
+    conversation.slotsOfSocket()->onAct = [this] { trigger(); };
+    conversation.slotsOfSocket()->onState = [this](QAbstractSocket::SocketState state) {
+        onState(state);
+    };
+    connect(this, &HostActor::relayed, m_socket, [this] { act(); });
     switch (connection) {
     case HostConnection::Functor:
         connectFunctor(this);
         break;
     case HostConnection::OwnFunctor:
-        connectFunctor(socket);
+        connectFunctor(m_socket);
         break;
     case HostConnection::SubclassSlot:
-        connectByName(socket, Qt::AutoConnection);
+        connectByName(m_socket, Qt::AutoConnection);
         break;
     case HostConnection::QueuedSlot:
         connectByName(this, Qt::QueuedConnection);
@@ -67,6 +69,9 @@ void HostActor::connectFunctor(QObject* context)
                 context, run);
     } else if (name.startsWith("bytesWritten")) {
         connect(m_socket, &QIODevice::bytesWritten, context, run);
+    } else if (name.startsWith("tunnelEstablished")) {
+        connect(qobject_cast<vela::SslProxySocket*>(m_socket),
+                &vela::SslProxySocket::tunnelEstablished, context, run);
     } else {
         connect(m_socket, &SslSocket::connectionVerificationDone, context, run);
     }

@@ -17,8 +17,8 @@ class HostActor : public QObject
     Q_OBJECT
 
 public:
-    HostActor(HostSocket* socket, const HostSignal& signal, HostConnection connection,
-              std::function<void()> action);
+    HostActor(const HostConversation& conversation, const HostSignal& signal,
+              HostConnection connection, std::function<void()> action);
 
     bool hasActed() const { return m_acted; }
 
@@ -35,7 +35,7 @@ private:
     void triggerInNestedLoop();
     void act();
 
-    QPointer<HostSocket> m_socket;
+    QPointer<vela::SslSocket> m_socket;
     const HostSignal& m_signal;
     HostConnection m_connection;
     std::function<void()> m_action;

@@ -34,10 +34,20 @@ const ServerFiles& serverFiles()
 
 } // namespace
 
-HostConversation::HostConversation(SslSocket::Mode role)
+HostConversation::HostConversation(Role role)
     : m_role(role)
-    , m_socket(new HostSocket(role))
 {
+    switch (role) {
+    case Role::Client:
+        useSocket(new HostSocket(SslSocket::Client));
+        break;
+    case Role::Server:
+        useSocket(new HostSocket(SslSocket::Server));
+        break;
+    case Role::ProxiedClient:
+        setUpProxy();
+        break;
+    }
     m_socket->setPathToCertificate(serverFiles().certificate);
     m_socket->setPathToPrivateKey(serverFiles().key);
     test::listenOnFreshPort(&m_listener);
@@ -60,19 +70,56 @@ HostConversation::~HostConversation()
         delete adopted;
 }
 
+template <typename Socket>
+void HostConversation::useSocket(Socket* socket)
+{
+    m_socket = socket;
+    m_slots = socket;
+}
+
+void HostConversation::setUpProxy()
+{
+    auto* socket = new ProxiedHostSocket;
+    socket->setProxy(QStringLiteral("127.0.0.1"), m_proxy.serverPort(), QString(), QString());
+    useSocket(socket);
+    connect(&m_proxy, &ScriptedProxy::arrived, this, [this] {
+        m_proxy.reply = m_deed == PeerDeed::Refuse            ? "HTTP/1.0 403 Forbidden\r\n\r\n"
+                        : m_deed == PeerDeed::HangUpOnRequest ? ""
+                                                              : ScriptedProxy::ACCEPTANCE;
+    });
+    connect(&m_proxy, &ScriptedProxy::requested, this, [this](QTcpSocket* connection) {
+        if (m_proxy.reply == ScriptedProxy::ACCEPTANCE) {
+            takePeer(connection);
+            return;
+        }
+        if (std::exchange(m_deed, PeerDeed::Nothing) == PeerDeed::HangUpOnRequest)
+            connection->disconnectFromHost();
+    });
+}
+
 void HostConversation::connectAnew()
 {
-    if (m_role == SslSocket::Client) {
-        connectOut();
-    } else {
+    if (m_role == Role::Server) {
         adopt(TcpPair());
+    } else {
+        connectOut();
     }
 }
 
 void HostConversation::connectOut()
 {
-    const QTcpServer& listener = m_role == SslSocket::Client ? m_listener : m_deafListener;
-    m_socket->connectToHost(QStringLiteral("127.0.0.1"), listener.serverPort());
+    const QString host = QStringLiteral("127.0.0.1");
+    switch (m_role) {
+    case Role::Client:
+        m_socket->connectToHost(host, m_listener.serverPort());
+        break;
+    case Role::Server:
+        m_socket->connectToHost(host, m_deafListener.serverPort());
+        break;
+    case Role::ProxiedClient:
+        m_socket->connectToHost(QStringLiteral("target.example"), 443);
+        break;
+    }
 }
 
 void HostConversation::prepareConnection()
@@ -88,12 +135,12 @@ void HostConversation::adoptPrepared()
 
 void HostConversation::adopt(const TcpPair& pair)
 {
-    const QPointer<HostSocket> socket = m_socket;
+    const QPointer<SslSocket> socket = m_socket;
     m_adopted.emplace_back(pair.near);
     socket->setSocket(pair.near);
     // The peer of a server speaks first, and the server hears it through its event loop.
     takePeer(pair.far);
-    if (socket && m_role == SslSocket::Client)
+    if (socket && m_role != Role::Server)
         socket->sslConnect();
 }
 
@@ -124,7 +171,7 @@ bool HostConversation::becomesUnconnected() const
 void HostConversation::takePeer(QTcpSocket* connection)
 {
     m_peers.push_back(std::make_unique<RawTlsPeer>(
-        connection, m_role == SslSocket::Client ? End::Server : End::Client));
+        connection, m_role == Role::Server ? End::Client : End::Server));
     m_peer = m_peers.back().get();
     // Once the host is connected as well: in the last step of the handshake one side is ahead.
     connect(m_peer, &RawTlsPeer::secured, this, &HostConversation::doDeed, Qt::QueuedConnection);
@@ -140,6 +187,8 @@ void HostConversation::doNow(PeerDeed deed)
 {
     switch (deed) {
     case PeerDeed::Nothing:
+    case PeerDeed::Refuse:
+    case PeerDeed::HangUpOnRequest:
         break;
     case PeerDeed::Write:
         m_peer->write("what the peer writes");

@@ -4,9 +4,10 @@
 
 #include "EmissionLog.h"
 #include "RawTlsPeer.h"
+#include "ScriptedProxy.h"
 #include "TcpPair.h"
 
-#include <Ferrule/SslSocket.h>
+#include <Ferrule/SslProxySocket.h>
 
 #include <functional>
 #include <memory>
@@ -14,45 +15,75 @@
 
 namespace test {
 
-//! What a peer does once the connection is secured, so that the host's socket emits something.
+//! What the host's socket is.
+enum class Role {
+    Client,
+    Server,
+    ProxiedClient
+};
+
+/*!
+    What a peer does once the connection is secured, so that the host's socket emits something; the
+    last two are what a proxy does instead of letting the client through.
+*/
 enum class PeerDeed {
     Nothing,
     Write,
     ReadMuch,
     HangUp,
     CloseNotify,
-    Garbage
+    Garbage,
+    Refuse,
+    HangUpOnRequest
 };
 
-//! A host's subclass with a slot of its own.
-class HostSocket : public vela::SslSocket
+//! What the slots of a host's subclass do.
+struct HostSlots
+{
+    std::function<void()> onAct;
+    std::function<void(QAbstractSocket::SocketState)> onState;
+};
+
+//! A host's subclass with slots of its own.
+class HostSocket : public vela::SslSocket, public HostSlots
 {
     Q_OBJECT
 
 public:
     using SslSocket::SslSocket;
-    std::function<void()> onAct;
-    std::function<void(QAbstractSocket::SocketState)> onState;
+
+    Q_SLOT void act() { onAct(); }
+    Q_SLOT void actOnState(QAbstractSocket::SocketState state) { onState(state); }
+};
+
+//! The same of a socket that goes through a proxy.
+class ProxiedHostSocket : public vela::SslProxySocket, public HostSlots
+{
+    Q_OBJECT
+
+public:
+    using SslProxySocket::SslProxySocket;
 
     Q_SLOT void act() { onAct(); }
     Q_SLOT void actOnState(QAbstractSocket::SocketState state) { onState(state); }
 };
 
 /*!
-    A host's socket in either role, and the peers that it talks to one after the other. The peers
-    do not use the library.
+    A host's socket in one of the roles, and the peers that it talks to one after the other. The
+    peers do not use the library.
 */
 class HostConversation : public QObject
 {
     Q_OBJECT
 
 public:
-    explicit HostConversation(vela::SslSocket::Mode role);
+    explicit HostConversation(Role role);
     ~HostConversation() override;
 
-    HostSocket* socket() const { return m_socket; }
+    vela::SslSocket* socket() const { return m_socket; }
+    HostSlots* slotsOfSocket() const { return m_slots; }
     RawTlsPeer* peer() const { return m_peer; }
-    vela::SslSocket::Mode role() const { return m_role; }
+    Role role() const { return m_role; }
 
     //! What the next peer will do once the connection is secured.
     void setDeed(PeerDeed deed) { m_deed = deed; }
@@ -81,14 +112,19 @@ public:
     bool becomesUnconnected() const;
 
 private:
+    template <typename Socket>
+    void useSocket(Socket* socket);
+    void setUpProxy();
     void adopt(const TcpPair& pair);
     void takePeer(QTcpSocket* connection);
     void doDeed();
 
-    vela::SslSocket::Mode m_role;
+    Role m_role;
     QTcpServer m_listener;
     QTcpServer m_deafListener; // Accepts connections and says nothing.
-    QPointer<HostSocket> m_socket;
+    ScriptedProxy m_proxy;
+    QPointer<vela::SslSocket> m_socket;
+    HostSlots* m_slots = nullptr;
     QPointer<RawTlsPeer> m_peer;
     std::unique_ptr<TcpPair> m_prepared;
     std::vector<std::unique_ptr<RawTlsPeer>> m_peers;
@@ -97,5 +133,7 @@ private:
 };
 
 } // namespace test
+
+Q_DECLARE_METATYPE(test::Role)
 
 #endif

@@ -55,6 +55,11 @@ private:
     }
 };
 
+const char* nameOf(Role role)
+{
+    return role == Role::Client ? "client" : role == Role::Server ? "server" : "proxied client";
+}
+
 PeerDeed deedFor(Ending ending)
 {
     switch (ending) {
@@ -89,23 +94,25 @@ private Q_SLOTS:
 
 void TestHostActionsAfterwards::eachErrorIsSeenOnceOnBothSignals_data()
 {
-    QTest::addColumn<int>("role");
+    QTest::addColumn<test::Role>("role");
     QTest::addColumn<bool>("adopted");
     QTest::addColumn<Ending>("ending");
-    QTest::newRow("client, transport") << int(SslSocket::Client) << false << Ending::HangUp;
-    QTest::newRow("client, TLS") << int(SslSocket::Client) << false << Ending::Garbage;
-    QTest::newRow("adopted client, transport") << int(SslSocket::Client) << true << Ending::HangUp;
-    QTest::newRow("adopted client, TLS") << int(SslSocket::Client) << true << Ending::Garbage;
-    QTest::newRow("server, transport") << int(SslSocket::Server) << true << Ending::HangUp;
-    QTest::newRow("server, TLS") << int(SslSocket::Server) << true << Ending::Garbage;
+    QTest::newRow("client, transport") << Role::Client << false << Ending::HangUp;
+    QTest::newRow("client, TLS") << Role::Client << false << Ending::Garbage;
+    QTest::newRow("adopted client, transport") << Role::Client << true << Ending::HangUp;
+    QTest::newRow("adopted client, TLS") << Role::Client << true << Ending::Garbage;
+    QTest::newRow("proxied client, transport") << Role::ProxiedClient << false << Ending::HangUp;
+    QTest::newRow("proxied client, TLS") << Role::ProxiedClient << false << Ending::Garbage;
+    QTest::newRow("server, transport") << Role::Server << true << Ending::HangUp;
+    QTest::newRow("server, TLS") << Role::Server << true << Ending::Garbage;
 }
 
 void TestHostActionsAfterwards::eachErrorIsSeenOnceOnBothSignals()
 {
-    QFETCH(int, role);
+    QFETCH(test::Role, role);
     QFETCH(bool, adopted);
     QFETCH(Ending, ending);
-    HostConversation conversation(static_cast<SslSocket::Mode>(role));
+    HostConversation conversation(role);
     const EmissionLog log(conversation.socket());
     if (adopted) {
         conversation.prepareConnection();
@@ -130,7 +137,7 @@ void TestHostActionsAfterwards::eachErrorIsSeenOnceOnBothSignals()
 
 void TestHostActionsAfterwards::connectionUsedAgainIsLikeNew_data()
 {
-    QTest::addColumn<int>("role");
+    QTest::addColumn<test::Role>("role");
     QTest::addColumn<Ending>("ending");
     QTest::addColumn<bool>("disconnecting");
     const std::pair<const char*, Ending> endings[] = {
@@ -138,12 +145,12 @@ void TestHostActionsAfterwards::connectionUsedAgainIsLikeNew_data()
         {"garbage", Ending::Garbage},         {"disconnected", Ending::Disconnect},
         {"aborted", Ending::Abort},           {"closed", Ending::Close},
     };
-    for (const auto role : {SslSocket::Client, SslSocket::Server}) {
+    for (const auto role : {Role::Client, Role::Server, Role::ProxiedClient}) {
         for (const auto& ending : endings) {
             for (const bool disconnecting : {false, true}) {
-                QTest::addRow("%s, %s%s", role == SslSocket::Client ? "client" : "server",
-                              ending.first, disconnecting ? ", disconnectFromHost()" : "")
-                    << int(role) << ending.second << disconnecting;
+                QTest::addRow("%s, %s%s", nameOf(role), ending.first,
+                              disconnecting ? ", disconnectFromHost()" : "")
+                    << role << ending.second << disconnecting;
             }
         }
     }
@@ -151,10 +158,10 @@ void TestHostActionsAfterwards::connectionUsedAgainIsLikeNew_data()
 
 void TestHostActionsAfterwards::connectionUsedAgainIsLikeNew()
 {
-    QFETCH(int, role);
+    QFETCH(test::Role, role);
     QFETCH(Ending, ending);
     QFETCH(bool, disconnecting);
-    HostConversation conversation(static_cast<SslSocket::Mode>(role));
+    HostConversation conversation(role);
     SslSocket* socket = conversation.socket();
     QSignalSpy verdict(socket, &SslSocket::connectionVerificationDone);
     const auto first = std::make_unique<EmissionLog>(socket);
@@ -197,15 +204,16 @@ void TestHostActionsAfterwards::connectionUsedAgainIsLikeNew()
 
 void TestHostActionsAfterwards::staleErrorsChangeNothing_data()
 {
-    QTest::addColumn<int>("role");
-    QTest::newRow("client") << int(SslSocket::Client);
-    QTest::newRow("server") << int(SslSocket::Server);
+    QTest::addColumn<test::Role>("role");
+    QTest::newRow("client") << Role::Client;
+    QTest::newRow("server") << Role::Server;
+    QTest::newRow("proxied client") << Role::ProxiedClient;
 }
 
 void TestHostActionsAfterwards::staleErrorsChangeNothing()
 {
-    QFETCH(int, role);
-    HostConversation conversation(static_cast<SslSocket::Mode>(role));
+    QFETCH(test::Role, role);
+    HostConversation conversation(role);
     const CarelessHost host(conversation.socket());
     for (int round = 0; round < 2; ++round) {
         const EmissionLog log(conversation.socket());

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
+#include "EchoingProxy.h"
 #include "EmissionLog.h"
 #include "EventWait.h"
-#include "RawTlsPeer.h"
-#include "ScriptedProxy.h"
 #include "tests/common/MessageLog.h"
 #include "tests/common/TlsServer.h"
 
@@ -457,12 +456,7 @@ void ProxySocketTest::verdictIsAboutTheTarget()
 
 void ProxySocketTest::dataFlowsBothWays()
 {
-    ScriptedProxy proxy;
-    std::unique_ptr<RawTlsPeer> echo;
-    connect(&proxy, &ScriptedProxy::requested, this, [&echo](QTcpSocket* connection) {
-        echo = std::make_unique<RawTlsPeer>(connection, End::Server);
-        echo->start();
-    });
+    EchoingProxy proxy;
     ProxiedClient socket(proxy);
     const QByteArray text(300000, 'x');
     QByteArray received;
@@ -471,7 +465,7 @@ void ProxySocketTest::dataFlowsBothWays()
     socket.connectToHost(TARGET, TARGET_PORT);
     QVERIFY(waitFor([&] { return received.size() >= text.size(); }));
     QCOMPARE(received, text);
-    QCOMPARE(echo->received(), text);
+    QCOMPARE(proxy.server()->received(), text);
 }
 
 void ProxySocketTest::writtenWhenTheTunnelIsUpIsSentAfterTheHandshake()
@@ -549,12 +543,7 @@ void ProxySocketTest::noSessionKeyIsSet()
 // session that this server does not know.
 void ProxySocketTest::secondConnectionResumesTheSession()
 {
-    ScriptedProxy proxy;
-    std::unique_ptr<RawTlsPeer> server;
-    connect(&proxy, &ScriptedProxy::requested, this, [&server](QTcpSocket* connection) {
-        server = std::make_unique<RawTlsPeer>(connection, End::Server);
-        server->start();
-    });
+    EchoingProxy proxy;
     bool resumed = false;
     for (int connection = 0; connection < 100 && !resumed; ++connection) {
         ProxiedClient socket(proxy);

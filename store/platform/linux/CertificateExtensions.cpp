@@ -18,6 +18,8 @@ using BasicConstraintsHandle =
 using BitStringHandle = std::unique_ptr<ASN1_BIT_STRING, OpenSslDeleter<ASN1_BIT_STRING_free>>;
 using ExtendedUsageHandle =
     std::unique_ptr<EXTENDED_KEY_USAGE, OpenSslDeleter<EXTENDED_KEY_USAGE_free>>;
+using PoliciesHandle =
+    std::unique_ptr<CERTIFICATEPOLICIES, OpenSslDeleter<CERTIFICATEPOLICIES_free>>;
 using PolicyConstraintsHandle =
     std::unique_ptr<POLICY_CONSTRAINTS, OpenSslDeleter<POLICY_CONSTRAINTS_free>>;
 using SubjectKeyIdHandle =
@@ -67,6 +69,8 @@ CertificateExtensions::CertificateExtensions(X509* x509)
     readBasicConstraints(x509);
     readKeyUsage(x509);
     readExtendedUsages(x509);
+    readNames(x509);
+    readPolicies(x509);
 }
 
 template <typename Handle>
@@ -112,6 +116,19 @@ void CertificateExtensions::readExtendedUsages(X509* x509)
         OBJ_obj2txt(text, sizeof text, sk_ASN1_OBJECT_value(usages.get(), i), 1);
         extendedUsages->emplace_back(text);
     }
+}
+
+void CertificateExtensions::readNames(X509* x509)
+{
+    const auto alternativeNames = read<GeneralNamesHandle>(x509, NID_subject_alt_name);
+    const bool isAuthority = basicConstraints && basicConstraints->isAuthority;
+    names = namesOf(x509, alternativeNames.get(), isAuthority);
+}
+
+void CertificateExtensions::readPolicies(X509* x509)
+{
+    const auto policies = read<PoliciesHandle>(x509, NID_certificate_policies);
+    policyCount = std::size_t(std::max(0, sk_POLICYINFO_num(policies.get())));
 }
 
 } // namespace vela

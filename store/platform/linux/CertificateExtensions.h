@@ -2,6 +2,7 @@
 #ifndef FERRULE_CERTIFICATEEXTENSIONS_H
 #define FERRULE_CERTIFICATEEXTENSIONS_H
 
+#include "store/platform/linux/CertificateNames.h"
 #include "support/OpenSslHandles.h"
 
 #include <QtCore/QByteArray>
@@ -15,8 +16,6 @@
 namespace vela {
 
 using AuthorityKeyIdHandle = std::unique_ptr<AUTHORITY_KEYID, OpenSslDeleter<AUTHORITY_KEYID_free>>;
-using NameConstraintsHandle =
-    std::unique_ptr<NAME_CONSTRAINTS, OpenSslDeleter<NAME_CONSTRAINTS_free>>;
 
 /*! What basic constraints say. */
 struct AuthorityConstraints
@@ -33,11 +32,13 @@ struct CertificateExtensions
     bool isMalformed = false; //!< One of those read here occurs twice or cannot be decoded.
     bool hasUnsupportedCritical = false;
     bool hasPolicyConstraints = false;
+    std::size_t policyCount = 0;
     bool mayCertSign = true; //!< There is no key usage, or it says so.
     bool hasSubjectKeyId = false;
     std::optional<AuthorityConstraints> basicConstraints;
     std::optional<std::vector<QByteArray>> extendedUsages; //!< Object identifiers in digits.
-    NameConstraintsHandle nameConstraints;
+    NameConstraints nameConstraints;
+    std::vector<GeneralName> names;
     AuthorityKeyIdHandle authorityKeyId;
 
 private:
@@ -46,6 +47,8 @@ private:
     void readBasicConstraints(X509* x509);
     void readKeyUsage(X509* x509);
     void readExtendedUsages(X509* x509);
+    void readNames(X509* x509);
+    void readPolicies(X509* x509);
 };
 
 } // namespace vela

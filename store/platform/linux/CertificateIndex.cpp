@@ -1,14 +1,17 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "store/platform/linux/CertificateIndex.h"
 
+#include <algorithm>
+
 namespace vela {
 
 bool CertificateIndex::add(const TrustCertificatePtr& certificate)
 {
-    if (!m_certificates.insert(certificate).second)
-        return false;
-    m_bySubject.emplace(certificate->subjectHash(), certificate);
-    return true;
+    const bool isNew = m_certificates.count(certificate) == 0;
+    m_certificates[certificate] = ++m_additions;
+    if (isNew)
+        m_bySubject.emplace(certificate->subjectHash(), certificate);
+    return isNew;
 }
 
 bool CertificateIndex::contains(const TrustCertificatePtr& certificate) const
@@ -25,6 +28,9 @@ CertificateIndex::issuersOf(const TrustCertificate& certificate) const
         if (certificate.namesIssuer(*entry->second))
             issuers.push_back(entry->second);
     }
+    std::sort(issuers.begin(), issuers.end(), [this](const auto& left, const auto& right) {
+        return m_certificates.at(left) > m_certificates.at(right);
+    });
     return issuers;
 }
 

@@ -4,24 +4,26 @@
 
 #include "store/platform/linux/TrustCertificate.h"
 
+#include <QtCore/qglobal.h>
+
 #include <unordered_map>
-#include <unordered_set>
 #include <vector>
 
 namespace vela {
 
-/*! A set of certificates that finds issuers by name. */
+/*! A set of certificates that finds issuers by name, those added last before the others. */
 class CertificateIndex
 {
 public:
-    //! Returns false when \a certificate is there already.
+    //! Returns false when \a certificate is there already; it counts as added now all the same.
     bool add(const TrustCertificatePtr& certificate);
     bool contains(const TrustCertificatePtr& certificate) const;
     std::vector<TrustCertificatePtr> issuersOf(const TrustCertificate& certificate) const;
     std::size_t size() const { return m_certificates.size(); }
 
 private:
-    std::unordered_set<TrustCertificatePtr> m_certificates;
+    std::unordered_map<TrustCertificatePtr, quint64> m_certificates; //!< And when each was added.
+    quint64 m_additions = 0;
     std::unordered_multimap<unsigned long, TrustCertificatePtr> m_bySubject;
 };
 

@@ -27,7 +27,7 @@ using PolicyStack = std::unique_ptr<STACK_OF(ASN1_OBJECT), StackDeleter>;
 class PathJudge
 {
 public:
-    PathJudge(const CertificatePath& path, const ChainRequest& request);
+    PathJudge(const CertificatePath& path, const ChainRequest& request, NameJudge* names);
     JudgedPath result();
 
 private:
@@ -45,12 +45,14 @@ private:
     bool isTrustedRoot(std::size_t index) const;
 
     const ChainRequest& m_request;
+    NameJudge& m_names;
     JudgedPath m_judged;
     const std::size_t m_size;
 };
 
-PathJudge::PathJudge(const CertificatePath& path, const ChainRequest& request)
+PathJudge::PathJudge(const CertificatePath& path, const ChainRequest& request, NameJudge* names)
     : m_request(request)
+    , m_names(*names)
     , m_judged{path, std::vector<CERT_TRUST_STATUS>(path.elements.size()), {}}
     , m_size(path.elements.size())
 {
@@ -104,6 +106,8 @@ void PathJudge::judgeItself(std::size_t index)
     // A self-signature proves nothing, and a trusted certificate's is not what it is trusted for.
     if (certificate(index).hasWeakSignature() && !element.isSelfSigned && !isTrustedRoot(index))
         addError(index, CERT_TRUST_HAS_WEAK_SIGNATURE);
+    if (certificate(index).hasWeakKey())
+        addError(index, CERT_TRUST_HAS_WEAK_SIGNATURE);
 }
 
 void PathJudge::judgeUsage(std::size_t index)
@@ -128,10 +132,9 @@ void PathJudge::judgeUsage(std::size_t index)
 void PathJudge::judgeAuthority(std::size_t index)
 {
     const CertificateExtensions& extensions = certificate(index).extensions();
-    // Version 1 cannot say that it is an authority. For a root it is enough that it is trusted.
-    const bool isAuthority = extensions.basicConstraints
-                                 ? extensions.basicConstraints->isAuthority
-                                 : isTrustedRoot(index) && certificate(index).isVersion1();
+    // A root that does not say whether it is an authority is one because it is trusted.
+    const bool isAuthority = extensions.basicConstraints ? extensions.basicConstraints->isAuthority
+                                                         : isTrustedRoot(index);
     if (!isAuthority)
         addError(index, CERT_TRUST_INVALID_BASIC_CONSTRAINTS);
     if (!extensions.mayCertSign)
@@ -151,34 +154,15 @@ void PathJudge::judgePathLength(std::size_t index)
     }
 }
 
-DWORD nameConstraintError(int engineError)
-{
-    switch (engineError) {
-    case X509_V_OK:
-        return CERT_TRUST_NO_ERROR;
-    case X509_V_ERR_PERMITTED_VIOLATION:
-        return CERT_TRUST_HAS_NOT_PERMITTED_NAME_CONSTRAINT;
-    case X509_V_ERR_EXCLUDED_VIOLATION:
-        return CERT_TRUST_HAS_EXCLUDED_NAME_CONSTRAINT;
-    case X509_V_ERR_UNSUPPORTED_CONSTRAINT_TYPE:
-        return CERT_TRUST_HAS_NOT_SUPPORTED_NAME_CONSTRAINT;
-    default:
-        return CERT_TRUST_INVALID_NAME_CONSTRAINTS;
-    }
-}
-
 //! Holds the names below an authority against the constraints of that authority.
 void PathJudge::judgeNames(std::size_t index)
 {
-    NAME_CONSTRAINTS* const constraints = certificate(index).extensions().nameConstraints.get();
-    if (!constraints)
+    if (certificate(index).extensions().nameConstraints.isEmpty())
         return;
-    const OpenSslErrorMark mark;
     for (std::size_t i = 0; i < index; ++i) {
         const bool isExempt = i > 0 && certificate(i).isSelfIssued();
         if (!isExempt)
-            addError(
-                i, nameConstraintError(NAME_CONSTRAINTS_check(certificate(i).x509(), constraints)));
+            addError(i, m_names.errorsOf(certificate(i), certificate(index)));
     }
 }
 
@@ -204,6 +188,22 @@ void PathJudge::sumUp()
 }
 
 /*!
+    Whether the tree of policies could become larger than it ever is in earnest: with mappings each
+    certificate can multiply it, and the reference engine knows no limit.
+*/
+bool hasTooManyPolicies(const CertificatePath& path)
+{
+    constexpr std::size_t MAX_NODES = 1000;
+    std::size_t nodes = 1;
+    for (const PathElement& element : path.elements) {
+        nodes *= std::max<std::size_t>(1, element.certificate->extensions().policyCount);
+        if (nodes > MAX_NODES)
+            return true;
+    }
+    return false;
+}
+
+/*!
     Nobody asks for a policy, so policies matter only where a certificate itself demands one. The
     engine works that out, which can take long and therefore only a chain without errors is worth.
 */
@@ -216,6 +216,10 @@ void PathJudge::judgePolicies()
         });
     if (!isDemanded || m_judged.chain.dwErrorStatus != CERT_TRUST_NO_ERROR)
         return;
+    if (hasTooManyPolicies(m_judged.path)) {
+        m_judged.chain.dwErrorStatus |= CERT_TRUST_INVALID_POLICY_CONSTRAINTS;
+        return;
+    }
     const OpenSslErrorMark mark;
     const CertificateStack certificates(sk_X509_new_null());
     for (const PathElement& element : elements)
@@ -231,9 +235,25 @@ void PathJudge::judgePolicies()
 
 } // namespace
 
-JudgedPath judgePath(const CertificatePath& path, const ChainRequest& request)
+DWORD NameJudge::errorsOf(const TrustCertificate& certificate, const TrustCertificate& authority)
 {
-    return PathJudge(path, request).result();
+    const std::pair<const TrustCertificate*, const TrustCertificate*> pair(&certificate,
+                                                                           &authority);
+    const auto known = m_known.find(pair);
+    if (known != m_known.end())
+        return known->second;
+    const NameConstraints& constraints = authority.extensions().nameConstraints;
+    const std::vector<GeneralName>& names = certificate.extensions().names;
+    const std::size_t comparisons = constraints.comparisonsFor(names.size());
+    if (comparisons > m_remaining)
+        return CERT_TRUST_INVALID_NAME_CONSTRAINTS;
+    m_remaining -= comparisons;
+    return m_known.emplace(pair, constraints.errorsOf(certificate.x509(), names)).first->second;
+}
+
+JudgedPath judgePath(const CertificatePath& path, const ChainRequest& request, NameJudge* names)
+{
+    return PathJudge(path, request, names).result();
 }
 
 int defectsOf(const JudgedPath& judged)

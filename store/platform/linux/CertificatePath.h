@@ -7,6 +7,8 @@
 
 #include <QtCore/QByteArray>
 
+#include <map>
+#include <utility>
 #include <vector>
 
 namespace vela {
@@ -50,7 +52,24 @@ struct JudgedPath
     CERT_TRUST_STATUS chain = {};
 };
 
-JudgedPath judgePath(const CertificatePath& path, const ChainRequest& request);
+/*!
+    Holds the names of certificates against the constraints of authorities, for one search: each
+    certificate against each authority once, and never more than `MAX_COMPARISONS` names. What is
+    left then is not judged and therefore invalid.
+*/
+class NameJudge
+{
+public:
+    static constexpr std::size_t MAX_COMPARISONS = 1 << 19;
+
+    DWORD errorsOf(const TrustCertificate& certificate, const TrustCertificate& authority);
+
+private:
+    std::map<std::pair<const TrustCertificate*, const TrustCertificate*>, DWORD> m_known;
+    std::size_t m_remaining = MAX_COMPARISONS;
+};
+
+JudgedPath judgePath(const CertificatePath& path, const ChainRequest& request, NameJudge* names);
 
 /*!
     Returns how far \a judged is from valid: 0 if it is valid, and less for the better of two. What

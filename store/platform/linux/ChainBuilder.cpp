@@ -2,6 +2,7 @@
 #include "store/platform/linux/ChainBuilder.h"
 
 #include <algorithm>
+#include <tuple>
 
 namespace vela {
 
@@ -42,8 +43,9 @@ void ChainBuilder::extend()
     if (element.isSelfSigned)
         element.issuerInfo = issuerInfo(certificate->matchIssuer(*certificate));
 
-    const bool isTrusted = m_source.isTrusted(certificate);
-    if (isTrusted)
+    // An end certificate is not valid by being listed among the roots, unless it is one.
+    const bool isRoot = m_path.elements.size() > 1 || element.isSelfSigned;
+    if (isRoot && m_source.isTrusted(certificate))
         end(CertificatePath::End::Trusted);
     else if (element.isSelfSigned)
         end(CertificatePath::End::UntrustedRoot);
@@ -55,7 +57,7 @@ void ChainBuilder::extend()
 
 void ChainBuilder::extendBeyond(const TrustCertificatePtr& certificate)
 {
-    const std::vector<TrustCertificatePtr> issuers = sortedIssuersOf(*certificate);
+    const std::vector<TrustCertificatePtr>& issuers = issuersOf(*certificate);
     std::vector<TrustCertificatePtr> others;
     bool hasIssuer = false;
     bool isCyclic = false;
@@ -74,11 +76,8 @@ void ChainBuilder::extendBeyond(const TrustCertificatePtr& certificate)
     if (hasIssuer)
         return;
     // Nobody has signed this. The best that can be shown is who should have.
-    const auto claimed =
-        std::find_if(others.begin(), others.end(), [this, &certificate](const auto& issuer) {
-            return certificate->matchIssuer(*issuer) != TrustCertificate::IssuerMatch::None
-                   && !isInPath(*issuer);
-        });
+    const auto claimed = std::find_if(others.begin(), others.end(),
+                                      [this](const auto& issuer) { return !isInPath(*issuer); });
     if (claimed != others.end() && !isCyclic && !isExhausted())
         tryIssuer(*claimed, false);
     else
@@ -113,7 +112,7 @@ void ChainBuilder::end(CertificatePath::End end)
 {
     m_path.end = end;
     ++m_pathCount;
-    JudgedPath judged = judgePath(m_path, m_request);
+    JudgedPath judged = judgePath(m_path, m_request, &m_names);
     const int defects = defectsOf(judged);
     if (m_best && defects >= m_leastDefects)
         return;
@@ -131,18 +130,30 @@ bool ChainBuilder::isFinished() const
     return m_best && (m_leastDefects == 0 || isExhausted());
 }
 
+const std::vector<TrustCertificatePtr>& ChainBuilder::issuersOf(const TrustCertificate& certificate)
+{
+    const auto known = m_issuers.find(&certificate);
+    if (known != m_issuers.end())
+        return known->second;
+    return m_issuers.emplace(&certificate, sortedIssuersOf(certificate)).first->second;
+}
+
 std::vector<TrustCertificatePtr>
 ChainBuilder::sortedIssuersOf(const TrustCertificate& certificate) const
 {
-    const auto promise = [this, &certificate](const TrustCertificatePtr& issuer) {
-        return std::make_tuple(m_source.isTrusted(issuer), certificate.matchIssuer(*issuer),
-                               issuer->isValidAt(m_request.time));
-    };
-    std::vector<TrustCertificatePtr> issuers = m_source.issuersOf(certificate);
-    std::stable_sort(issuers.begin(), issuers.end(),
-                     [&promise](const TrustCertificatePtr& left, const TrustCertificatePtr& right) {
-                         return promise(left) > promise(right);
-                     });
+    using Promise = std::tuple<bool, TrustCertificate::IssuerMatch, bool>;
+    std::vector<std::pair<Promise, TrustCertificatePtr>> candidates;
+    for (const TrustCertificatePtr& issuer : m_source.issuersOf(certificate)) {
+        candidates.emplace_back(Promise(m_source.isTrusted(issuer),
+                                        certificate.matchIssuer(*issuer),
+                                        issuer->isValidAt(m_request.time)),
+                                issuer);
+    }
+    std::stable_sort(candidates.begin(), candidates.end(),
+                     [](const auto& left, const auto& right) { return left.first > right.first; });
+    std::vector<TrustCertificatePtr> issuers;
+    for (const auto& candidate : candidates)
+        issuers.push_back(candidate.second);
     return issuers;
 }
 

@@ -34,12 +34,14 @@ private:
 
     There can be several: authorities certify each other, and renew their certificates under the
     same name and key. All of them are tried, the likeliest first, until one is valid; otherwise the
-    one with the least wrong with it is the answer. A certificate that is trusted ends a path,
-    whether it is self-signed or not.
+    one with the least wrong with it is the answer. An issuer that is trusted ends a path, whether
+   it is self-signed or not; the certificate itself only if it is. Which issuer a key identifier
+   means is a hint, the signature decides.
 
     The search ends with the best path so far when it has tried `MAX_PATHS` paths or verified
     `MAX_SIGNATURES` signatures, so that certificates made for the purpose cannot keep it busy. No
-    path is longer than `MAX_LENGTH`.
+    path is longer than `MAX_LENGTH`; NameJudge limits the comparing of names. What remains grows
+    with the number of certificates of one name, but no faster.
 */
 class ChainBuilder
 {
@@ -61,16 +63,20 @@ private:
     bool isExhausted() const;
     bool isFinished() const;
 
+    //! Returns the issuers of \a certificate, the likeliest first.
+    const std::vector<TrustCertificatePtr>& issuersOf(const TrustCertificate& certificate);
     std::vector<TrustCertificatePtr> sortedIssuersOf(const TrustCertificate& certificate) const;
     bool isInPath(const TrustCertificate& certificate) const;
     bool isSigned(const TrustCertificate& certificate, const TrustCertificate& issuer);
 
     const CertificateSource& m_source;
     const ChainRequest& m_request;
+    NameJudge m_names;
     CertificatePath m_path;
     std::optional<JudgedPath> m_best;
     int m_leastDefects = 0;
     int m_pathCount = 0;
+    std::map<const TrustCertificate*, std::vector<TrustCertificatePtr>> m_issuers;
     std::map<std::pair<const TrustCertificate*, const TrustCertificate*>, bool> m_signatures;
 };
 

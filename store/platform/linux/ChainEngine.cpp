@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "store/platform/linux/ChainEngine.h"
 
-#include <algorithm>
+#include <unordered_set>
 
 namespace vela {
 
@@ -37,9 +37,10 @@ bool ChainEngine::isTrusted(const TrustCertificatePtr& certificate) const
 std::vector<TrustCertificatePtr> ChainEngine::issuersOf(const TrustCertificate& certificate) const
 {
     std::vector<TrustCertificatePtr> issuers = m_roots->certificates.issuersOf(certificate);
+    std::unordered_set<TrustCertificatePtr> known(issuers.begin(), issuers.end());
     for (const PlatformStorePtr& store : m_stores) {
         for (const TrustCertificatePtr& issuer : store->issuersOf(certificate)) {
-            if (std::find(issuers.begin(), issuers.end(), issuer) == issuers.end())
+            if (known.insert(issuer).second)
                 issuers.push_back(issuer);
         }
     }

@@ -58,8 +58,20 @@ private:
 
 CertificatePool pool;
 
+//! Whether \a time is to the second and in UTC, as it must be. Engines differ in what else they
+//! read.
+bool isCertificateTime(const ASN1_TIME* time)
+{
+    constexpr int UTC_TIME_LENGTH = 13;         // YYMMDDHHMMSSZ
+    constexpr int GENERALIZED_TIME_LENGTH = 15; // YYYYMMDDHHMMSSZ
+    const int length = time->type == V_ASN1_UTCTIME ? UTC_TIME_LENGTH : GENERALIZED_TIME_LENGTH;
+    return time->length == length && time->data[length - 1] == 'Z';
+}
+
 std::optional<qint64> toSeconds(const ASN1_TIME* time)
 {
+    if (!isCertificateTime(time))
+        return std::nullopt;
     const TimeHandle epoch(ASN1_TIME_set(nullptr, 0));
     int days = 0;
     int seconds = 0;
@@ -75,6 +87,14 @@ QByteArray encodePublicKey(X509* x509)
     const QByteArray result(reinterpret_cast<const char*>(encoded), qMax(length, 0));
     OPENSSL_free(encoded);
     return result;
+}
+
+bool isWeakKey(X509* x509)
+{
+    constexpr int MIN_RSA_BITS = 1024;
+    const EvpPkeyHandle key(X509_get_pubkey(x509));
+    return key && EVP_PKEY_base_id(key.get()) == EVP_PKEY_RSA
+           && EVP_PKEY_bits(key.get()) < MIN_RSA_BITS;
 }
 
 X509Handle decode(const QByteArray& der)
@@ -107,17 +127,13 @@ TrustCertificate::TrustCertificate(X509Handle x509, const QByteArray& der)
     , m_x509(std::move(x509))
     , m_extensions(m_x509.get())
     , m_publicKey(encodePublicKey(m_x509.get()))
+    , m_hasWeakKey(isWeakKey(m_x509.get()))
     , m_subjectHash(X509_subject_name_hash(m_x509.get()))
     , m_issuerHash(X509_issuer_name_hash(m_x509.get()))
     , m_isSelfIssued(namesIssuer(*this))
     , m_notBefore(toSeconds(X509_get0_notBefore(m_x509.get())))
     , m_notAfter(toSeconds(X509_get0_notAfter(m_x509.get())))
 {
-}
-
-bool TrustCertificate::isVersion1() const
-{
-    return X509_get_version(x509()) == 0;
 }
 
 bool TrustCertificate::isValidAt(qint64 secondsSinceEpoch) const

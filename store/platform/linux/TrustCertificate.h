@@ -43,11 +43,11 @@ public:
     unsigned long issuerHash() const { return m_issuerHash; }
 
     bool isSelfIssued() const { return m_isSelfIssued; }
-    //! Whether it is of a version that has no extensions.
-    bool isVersion1() const;
     bool isValidAt(qint64 secondsSinceEpoch) const;
     //! Whether the digest in its signature is one for which collisions are made at will.
     bool hasWeakSignature() const;
+    //! Whether it certifies an RSA key so short that it can be factored.
+    bool hasWeakKey() const { return m_hasWeakKey; }
     bool hasSubjectAndKeyOf(const TrustCertificate& other) const;
 
     bool namesIssuer(const TrustCertificate& issuer) const;
@@ -59,6 +59,7 @@ private:
     const X509Handle m_x509;
     const CertificateExtensions m_extensions;
     const QByteArray m_publicKey;
+    const bool m_hasWeakKey;
     const unsigned long m_subjectHash;
     const unsigned long m_issuerHash;
     const bool m_isSelfIssued;

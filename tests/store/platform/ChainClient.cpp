@@ -72,6 +72,18 @@ PCCERT_CONTEXT makeContext(vela::TrustPlatform& platform, const QByteArray& der)
     return context;
 }
 
+} // namespace
+
+QStringList errorNames(DWORD errors)
+{
+    return namesOf(errors, errorBits());
+}
+
+QStringList infoNames(DWORD info)
+{
+    return namesOf(info, infoBits());
+}
+
 FILETIME toFileTime(qint64 secondsSinceEpoch)
 {
     const auto ticks = quint64(secondsSinceEpoch + 11644473600) * 10000000;
@@ -97,18 +109,6 @@ ChainAnswer answerOf(PCCERT_CHAIN_CONTEXT context)
                        int(element.pCertContext->cbCertEncoded)));
     }
     return answer;
-}
-
-} // namespace
-
-QStringList errorNames(DWORD errors)
-{
-    return namesOf(errors, errorBits());
-}
-
-QStringList infoNames(DWORD info)
-{
-    return namesOf(info, infoBits());
 }
 
 ChainClient::ChainClient(vela::TrustPlatform& platform)

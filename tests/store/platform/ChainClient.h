@@ -35,6 +35,10 @@ struct ChainAnswer
     QList<QByteArray> certificates;
 };
 
+//! Fatal for the test program if \a context is not of the form in which the platform answers.
+ChainAnswer answerOf(PCCERT_CHAIN_CONTEXT context);
+FILETIME toFileTime(qint64 secondsSinceEpoch);
+
 /*! Works with the trust platform as a system store does. */
 class ChainClient
 {

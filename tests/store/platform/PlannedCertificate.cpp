@@ -33,6 +33,15 @@ void addExtension(X509* x509, X509* issuer, QByteArray name, QByteArray value)
     require(X509_add_ext(x509, extension.get(), -1) == 1, "X509_add_ext");
 }
 
+void addMailAddress(X509* x509, QByteArray address)
+{
+    auto* const bytes = reinterpret_cast<unsigned char*>(address.data());
+    require(X509_NAME_add_entry_by_NID(X509_get_subject_name(x509), NID_pkcs9_emailAddress,
+                                       MBSTRING_ASC, bytes, address.size(), -1, 0)
+                == 1,
+            "X509_NAME_add_entry_by_NID");
+}
+
 CertificatePlan planOf(const QString& name, QList<QPair<QByteArray, QByteArray>> extensions,
                        const QList<QPair<QByteArray, QByteArray>>& more)
 {
@@ -70,6 +79,7 @@ PlannedCertificate::PlannedCertificate(const CertificatePlan& plan,
     spec.commonName = plan.name;
     spec.notBeforeOffset = plan.notBeforeOffset;
     spec.notAfterOffset = plan.notAfterOffset;
+    spec.notAfterText = plan.notAfterText;
     spec.version = plan.version;
     spec.serialHex = plan.serialHex;
     spec.keyType = plan.keyType;
@@ -80,6 +90,8 @@ PlannedCertificate::PlannedCertificate(const CertificatePlan& plan,
     require(X509_set_pubkey(x509(), key()) == 1, "X509_set_pubkey");
     require(X509_set_issuer_name(x509(), X509_get_subject_name(actualIssuer.x509())) == 1,
             "X509_set_issuer_name");
+    if (!plan.mailAddress.isEmpty())
+        addMailAddress(x509(), plan.mailAddress);
     for (const auto& extension : plan.extensions)
         addExtension(x509(), actualIssuer.x509(), extension.first, extension.second);
     const PlannedCertificate& signer = plan.signedBy ? *plan.signedBy : actualIssuer;

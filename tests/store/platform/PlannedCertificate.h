@@ -18,8 +18,10 @@ struct CertificatePlan
     QString name;
     //! Name and value as in OpenSSL's configuration files.
     QList<QPair<QByteArray, QByteArray>> extensions;
+    QByteArray mailAddress;            //!< In the subject; none if empty.
     qint64 notBeforeOffset = -2 * DAY; //!< Seconds from now.
     qint64 notAfterOffset = 365 * DAY; //!< Seconds from now.
+    QByteArray notAfterText;           //!< As encoded, in the place of the offset unless empty.
     int version = 2;                   //!< As encoded.
     QByteArray serialHex = "01";
     KeyType keyType = KeyType::EcP256;

@@ -118,6 +118,9 @@ private Q_SLOTS:
     void expiredCertificateUnderATrustedRootIsNotSelfSigned();
     void certificateWithoutIssuerEndsThePath();
     void trustedCertificateThatIsNotSelfSignedEndsThePath();
+    void trustedEndCertificateThatIsNotSelfSignedIsNoRoot_data();
+    void trustedEndCertificateThatIsNotSelfSignedIsNoRoot();
+    void issuerWithAnotherKeyIdentifierHasNotSignedIt();
     void validityIncludesBothEnds();
     void issuerMatchIsReported();
     void pathLengthDoesNotCountSelfIssuedCertificates();
@@ -161,6 +164,11 @@ void ChainStatusTest::everyErrorIsReportedWhereItIs_data()
         "NOT_TIME_VALID");
     row("leaf of tomorrow", change([](Plans& p) { p.leaf = notYetValid(p.leaf); }),
         "NOT_TIME_VALID");
+    row("end that is not to the second",
+        change([](Plans& p) { p.leaf.notAfterText = "4901010000Z"; }), "NOT_TIME_VALID");
+    row("end that is not in UTC",
+        change([](Plans& p) { p.leaf.notAfterText = "490101000000+0100"; }), "NOT_TIME_VALID");
+    row("end in UTC", change([](Plans& p) { p.leaf.notAfterText = "490101000000Z"; }), "");
     row("leaf signed by a stranger", change([](Plans& p) { p.leaf = signedBy(p.leaf, stranger); }),
         "NOT_SIGNATURE_VALID");
     row("intermediate signed by a stranger",
@@ -168,6 +176,16 @@ void ChainStatusTest::everyErrorIsReportedWhereItIs_data()
         "NOT_SIGNATURE_VALID");
     row("leaf signed with MD5", change([](Plans& p) { signWithMd5(&p.intermediate, &p.leaf); }),
         "HAS_WEAK_SIGNATURE");
+    row("leaf with a short RSA key",
+        change([](Plans& p) { p.leaf.keyType = test::KeyType::Rsa512; }), "HAS_WEAK_SIGNATURE");
+    row("intermediate with a short RSA key",
+        change([](Plans& p) { p.intermediate.keyType = test::KeyType::Rsa512; }), "",
+        "HAS_WEAK_SIGNATURE");
+    row("root with a short RSA key",
+        change([](Plans& p) { p.root.keyType = test::KeyType::Rsa512; }), "", "",
+        "HAS_WEAK_SIGNATURE");
+    row("leaf with an RSA key long enough",
+        change([](Plans& p) { p.leaf.keyType = test::KeyType::Rsa2048; }), "");
     row("root signed with MD5", change([](Plans& p) { signWithMd5(&p.root, &p.root); }), "");
 
     row("intermediate without basic constraints", change([](Plans& p) {
@@ -186,6 +204,15 @@ void ChainStatusTest::everyErrorIsReportedWhereItIs_data()
     row("root of version 1", change([](Plans& p) { p.root = ofVersion1(p.root); }), "");
     row("untrusted root of version 1", change([](Plans& p) {
             p.root = ofVersion1(p.root);
+            p.isRootTrusted = false;
+        }),
+        "", "", "INVALID_BASIC_CONSTRAINTS UNTRUSTED_ROOT");
+    row("root that does not say whether it is an authority", change([](Plans& p) {
+            p.root = leafPlan(p.root.name, {{"keyUsage", "keyCertSign"}});
+        }),
+        "");
+    row("untrusted root that does not say whether it is an authority", change([](Plans& p) {
+            p.root = leafPlan(p.root.name, {{"keyUsage", "keyCertSign"}});
             p.isRootTrusted = false;
         }),
         "", "", "INVALID_BASIC_CONSTRAINTS UNTRUSTED_ROOT");
@@ -425,6 +452,42 @@ void ChainStatusTest::trustedCertificateThatIsNotSelfSignedEndsThePath()
     const ChainAnswer answer = client.ask(leaf.der());
     QCOMPARE(errorNames(answer.errors), QStringList());
     QCOMPARE(answer.certificates, QList<QByteArray>({leaf.der(), intermediate.der()}));
+}
+
+void ChainStatusTest::trustedEndCertificateThatIsNotSelfSignedIsNoRoot_data()
+{
+    QTest::addColumn<bool>("isRootTrusted");
+    QTest::addColumn<QStringList>("errors");
+    QTest::newRow("alone") << false << names("PARTIAL_CHAIN");
+    QTest::newRow("beside its root") << true << QStringList();
+}
+
+void ChainStatusTest::trustedEndCertificateThatIsNotSelfSignedIsNoRoot()
+{
+    QFETCH(bool, isRootTrusted);
+    QFETCH(QStringList, errors);
+    const PlannedCertificate root(authorityPlan(QStringLiteral("Root")));
+    const PlannedCertificate leaf(leafPlan(QStringLiteral("leaf")), &root);
+    test::TrustedRoots roots;
+    roots.setRoots(isRootTrusted ? QList<QByteArray>({leaf.der(), root.der()})
+                                 : QList<QByteArray>({leaf.der()}));
+    test::ChainClient client;
+    QCOMPARE(errorNames(client.ask(leaf.der()).errors), errors);
+}
+
+//! The signature is reported, rather than that there was nobody to check it against.
+void ChainStatusTest::issuerWithAnotherKeyIdentifierHasNotSignedIt()
+{
+    const PlannedCertificate root(authorityPlan(QStringLiteral("Root")));
+    const PlannedCertificate namesake(authorityPlan(QStringLiteral("Root")));
+    const PlannedCertificate leaf(
+        leafPlan(QStringLiteral("leaf"), {{"authorityKeyIdentifier", "keyid:always"}}), &namesake);
+    test::TrustedRoots roots;
+    roots.setRoots({root.der()});
+    test::ChainClient client;
+    const ChainAnswer answer = client.ask(leaf.der());
+    QCOMPARE(errorNames(answer.errors), names("NOT_SIGNATURE_VALID"));
+    QCOMPARE(answer.certificates, QList<QByteArray>({leaf.der(), root.der()}));
 }
 
 void ChainStatusTest::validityIncludesBothEnds()
