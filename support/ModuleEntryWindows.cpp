@@ -5,9 +5,6 @@
     it has learnt of the unload; it has nothing to do with them.
 */
 
-#if !defined(WIN32_LEAN_AND_MEAN)
-#    define WIN32_LEAN_AND_MEAN
-#endif
 #include <windows.h>
 
 extern "C" BOOL WINAPI DllMain(HINSTANCE module, DWORD reason, LPVOID)

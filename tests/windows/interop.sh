@@ -98,7 +98,7 @@ make_files() {
 }
 
 client_meets_openssl() {
-    openssl s_server -accept 127.0.0.1:0 -cert server.pem -key server.key -HTTP >peer.log 2>&1 &
+    openssl s_server -accept 127.0.0.1:0 -cert server.pem -key server.key -WWW >peer.log 2>&1 &
     processes+=("$!")
     await peer.log '^ACCEPT .*:\([0-9]*\)$'
     client
