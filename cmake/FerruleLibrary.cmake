@@ -16,11 +16,13 @@ target_link_libraries(Ferrule
     PRIVATE ferrule_compiler OpenSSL::SSL OpenSSL::Crypto)
 target_include_directories(Ferrule PUBLIC
     $<BUILD_INTERFACE:${PROJECT_BINARY_DIR}/include> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
-if(WIN32)
-    include(FerruleWindows)
-    ferrule_make_dll(Ferrule)
-endif()
 
 add_library(ferrule_internals INTERFACE)
 target_link_libraries(ferrule_internals INTERFACE ${ferrule_subsystems} ${ferrule_objects})
 target_compile_definitions(ferrule_internals INTERFACE FERRULE_STATIC)
+
+if(WIN32)
+    include(FerruleWindows)
+    ferrule_make_dll(Ferrule)
+    target_link_libraries(ferrule_internals INTERFACE crypt32)
+endif()

@@ -10,10 +10,20 @@ target_link_options(ferrule_compiler INTERFACE
 
 # ferrule_make_dll(<target>)
 function(ferrule_make_dll target)
+    set(list_exports ${PROJECT_BINARY_DIR}/${target}ListExports.def)
+    set(script ${PROJECT_SOURCE_DIR}/cmake/FerruleListExports.cmake)
+    add_custom_command(OUTPUT ${list_exports}
+        COMMAND ${CMAKE_COMMAND} -DNM=${CMAKE_NM}
+            "-DOBJECTS=$<JOIN:$<TARGET_OBJECTS:ferrule_cert>,|>"
+            -DOUTPUT=${list_exports} -P ${script}
+        DEPENDS ${script} $<TARGET_OBJECTS:ferrule_cert>
+        COMMENT "Listing the members of the exported list"
+        VERBATIM)
     configure_file(${PROJECT_SOURCE_DIR}/support/Ferrule.rc.in
         ${PROJECT_BINARY_DIR}/${target}.rc @ONLY)
     target_sources(${target} PRIVATE
-        ${PROJECT_SOURCE_DIR}/support/ModuleEntryWindows.cpp ${PROJECT_BINARY_DIR}/${target}.rc)
+        ${PROJECT_SOURCE_DIR}/support/ModuleEntryWindows.cpp ${PROJECT_BINARY_DIR}/${target}.rc
+        ${list_exports})
     set_target_properties(${target} PROPERTIES PREFIX "")
     target_link_libraries(${target} PRIVATE crypt32)
     add_custom_command(TARGET ${target} POST_BUILD

@@ -240,6 +240,7 @@ void StartupOrderTest::initTestCase()
     QCOMPARE(process.exitStatus(), QProcess::NormalExit);
     QCOMPARE(process.exitCode(), 0);
     const QStringList lines = QString::fromLatin1(process.readAllStandardOutput())
+                                  .remove(QLatin1Char('\r'))
                                   .split(QLatin1Char('\n'), Qt::SkipEmptyParts);
     const int main = lines.indexOf(QStringLiteral("main"));
     QVERIFY2(main >= 0, qPrintable(lines.join(QLatin1Char('\n'))));

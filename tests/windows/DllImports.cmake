@@ -9,8 +9,8 @@ cmake_minimum_required(VERSION 3.18)
 set(EXPECTED
     KERNEL32.dll msvcrt.dll CRYPT32.dll
     libgcc_s_seh-1.dll libstdc++-6.dll
-    Qt5Core.dll Qt5Network.dll
-    libeay32.dll ssleay32.dll)
+    Qt5Core.dll Qt5Network.dll Qt5Xml.dll
+    LIBEAY32.dll SSLEAY32.dll)
 
 execute_process(COMMAND ${OBJDUMP} --private-headers ${DLL}
     OUTPUT_VARIABLE headers RESULT_VARIABLE result)

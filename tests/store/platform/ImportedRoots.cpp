@@ -16,6 +16,7 @@ void withStored(const QByteArray& der, Use use)
     use(CertFindCertificateInStore(store, X509_ASN_ENCODING, 0, CERT_FIND_EXISTING, wanted,
                                    nullptr));
     CertFreeCertificateContext(wanted);
+    CertControlStore(store, 0, CERT_STORE_CTRL_COMMIT, nullptr); // Wine forgets it when closing.
     CertCloseStore(store, 0);
 }
 

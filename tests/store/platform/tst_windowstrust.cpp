@@ -26,7 +26,9 @@ constexpr int PATIENCE = 20000; // milliseconds
 Identity makeCertificate(const char* commonName, const Identity* issuer, bool isAuthority,
                          qint64 notAfterOffset = 365 * 86400)
 {
+    static int serial = 0; // CryptoAPI knows certificates by issuer and serial number.
     CertificateSpec spec;
+    spec.serialHex = QByteArray::number(++serial);
     spec.commonName = QString::fromLatin1(commonName);
     spec.isAuthority = isAuthority;
     spec.notAfterOffset = notAfterOffset;
@@ -55,7 +57,7 @@ public:
     }
 };
 
-//! Wine's version of CryptoAPI never tells of a change.
+//! Wine has a CryptoAPI of its own, which lacks some things.
 bool isWine()
 {
     return GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr;
@@ -75,8 +77,6 @@ class WindowsTrustTest : public QObject
 
 private Q_SLOTS:
     void initTestCase();
-    void init();
-    void cleanup();
     void cleanupTestCase();
 
     void trustedChainIsOk();
@@ -100,33 +100,30 @@ private Q_SLOTS:
     void storesComeAndGo();
 
 private:
+    QByteArray m_rootName;
     Identity m_root;
     Identity m_middle;
     Identity m_leaf;
     std::unique_ptr<ImportedRoots> m_imported;
-    std::unique_ptr<OpenStore> m_store;
+    OpenStore* m_store = nullptr;
 };
 
 void WindowsTrustTest::initTestCase()
 {
-    m_root = makeCertificate("Ferrule test root", nullptr, true);
+    // A name that no earlier run has left behind.
+    m_rootName = "Ferrule test root " + QUuid::createUuid().toByteArray(QUuid::WithoutBraces);
+    m_root = makeCertificate(m_rootName, nullptr, true);
     m_middle = makeCertificate("middle", &m_root, true);
     m_leaf = makeCertificate("leaf", &m_middle, false);
     m_imported = std::make_unique<ImportedRoots>();
     m_imported->expect(m_root.der());
     QVERIFY(!ImportedRoots::contains(m_root.der()));
-    OpenStore store;
-    QVERIFY(store.importSystemRootCert(wrap(m_root)));
-}
-
-void WindowsTrustTest::init()
-{
-    m_store = std::make_unique<OpenStore>();
-}
-
-void WindowsTrustTest::cleanup()
-{
-    m_store.reset();
+    // Stays until the process ends, as hosts are told to have it: the wait of a store that has gone
+    // calls into it when a later event gets the handle of its own.
+    m_store = new OpenStore;
+    QVERIFY(m_store->importSystemRootCert(wrap(m_root)));
+    // What the notification brings about, where there is one.
+    QVERIFY(QMetaObject::invokeMethod(m_store, "resetChainEngine"));
 }
 
 void WindowsTrustTest::cleanupTestCase()
@@ -147,6 +144,8 @@ void WindowsTrustTest::trustedRootItselfIsOk()
 
 void WindowsTrustTest::untrustedSelfSignedChain()
 {
+    if (isWine())
+        QSKIP("Wine calls a certificate self-signed, but never the chain that ends in it");
     const Identity root = makeCertificate("other root", nullptr, true);
     const Identity leaf = makeCertificate("leaf", &root, false);
     QCOMPARE(m_store->verify(wrapAll({leaf, root})), vela::VerifySelfSigned);
@@ -187,7 +186,7 @@ void WindowsTrustTest::unknownIssuerFails()
 void WindowsTrustTest::forgedSignatureFails()
 {
     // Issued by the name of the trusted root, but not with its key.
-    const Identity forger = makeCertificate("Ferrule test root", nullptr, true);
+    const Identity forger = makeCertificate(m_rootName, nullptr, true);
     const Identity leaf = makeCertificate("leaf", &forger, false);
     QCOMPARE(m_store->verify(wrapAll({leaf})), vela::VerifyFailed);
 }
@@ -216,7 +215,7 @@ void WindowsTrustTest::chainIsListedFromEndToRoot()
 void WindowsTrustTest::engineWithTheAdditionalStoreIsMade()
 {
     const LogStream log;
-    const OpenStore store;
+    QVERIFY(QMetaObject::invokeMethod(m_store, "resetChainEngine"));
     QCOMPARE(log.text(), QString());
 }
 
@@ -238,10 +237,11 @@ void WindowsTrustTest::changeOfTheSystemStoreIsAnnounced()
 {
     if (isWine())
         QSKIP("Wine answers CERT_STORE_CTRL_NOTIFY_CHANGE with success and never notifies");
-    const Identity root = makeCertificate("Ferrule test root, the other", nullptr, true);
+    const Identity root =
+        makeCertificate(QByteArray(m_rootName).append(", the other"), nullptr, true);
     const auto whole = wrapAll({makeCertificate("leaf", &root, false), root});
     QCOMPARE(m_store->verify(whole), vela::VerifySelfSigned);
-    QSignalSpy updated(m_store.get(), &WinCertStore::systemUpdated);
+    QSignalSpy updated(m_store, &WinCertStore::systemUpdated);
     m_imported->expect(root.der());
     QVERIFY(m_store->importSystemRootCert(wrap(root)));
     QVERIFY(updated.size() > 0 || updated.wait(PATIENCE));
@@ -278,7 +278,7 @@ void WindowsTrustTest::refusalsCarryTheirReason()
     QVERIFY(platform.lastError() != ERROR_SUCCESS);
 }
 
-//! The last thing: what a store has closed, no other may find closed.
+//! The last thing, for the reason given above: what a store has closed, no other may find closed.
 void WindowsTrustTest::storesComeAndGo()
 {
     for (int i = 0; i < 20; ++i) {
