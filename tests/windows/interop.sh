@@ -162,18 +162,37 @@ start_server() {
     await server.log '^listening on .*:\([0-9]*\).*$'
 }
 
+# hold_until <command...>: waits for what a client receives; the end of its input would end it.
+hold_until() {
+    for _ in $(seq 600); do
+        ! "$@" || break
+        sleep 0.05
+    done
+}
+
+send_data() {
+    cat data
+    hold_until cmp -s answer data
+}
+
+send_greeting() {
+    echo hello
+    hold_until grep -qx hello answer
+}
+
 server_meets_openssl() {
     start_server
-    # Both ways at once; the end of its input ends the conversation of s_client.
-    { cat data; sleep 3; } | timeout 60 openssl s_client -quiet -no_ign_eof -nocommands \
-        -verify_return_error -CAfile ca.pem -connect "127.0.0.1:$port" >answer 2>peer.log || true
+    rm -f answer
+    send_data | timeout 60 openssl s_client -quiet -no_ign_eof -nocommands -verify_return_error \
+        -CAfile ca.pem -connect "127.0.0.1:$port" >answer 2>peer.log || true
     cmp answer data || fail "the echo is another one" peer.log server.log
     end_server
 }
 
 server_meets_gnutls() {
     start_server
-    { echo hello; sleep 2; } | timeout 60 gnutls-cli --x509cafile ca.pem --port "$port" 127.0.0.1 \
+    rm -f answer
+    send_greeting | timeout 60 gnutls-cli --x509cafile ca.pem --port "$port" 127.0.0.1 \
         >answer 2>&1 || true
     expect answer 'The certificate is trusted' 'hello'
     end_server
