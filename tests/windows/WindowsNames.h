@@ -1,0 +1,16 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#ifndef FERRULE_TESTS_WINDOWSNAMES_H
+#define FERRULE_TESTS_WINDOWSNAMES_H
+
+/*
+    Comes before everything else in a test. OpenSSL's headers include those of Windows, which take
+    short names away with macros from the times of segmented memory.
+*/
+
+#include <winsock2.h>
+#include <windows.h>
+
+#undef far
+#undef near
+
+#endif
