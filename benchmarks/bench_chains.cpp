@@ -37,7 +37,8 @@ using vela::WinCertStore;
 
 constexpr int ROUNDS = 15;
 constexpr int VERIFICATIONS = 400; // A round and side.
-constexpr int MANY = 100;          // As many end certificates as a busy host might meet in turn.
+constexpr int MANY = 100;          // As many peers as a busy host might meet in turn.
+constexpr int STRANGERS = 400;     // More than the store remembers.
 constexpr double LIMIT = 1.5;
 
 [[noreturn]] void fail(const char* what)
@@ -135,7 +136,7 @@ public:
         m_root = root.der();
         m_intermediate = intermediate.der();
         EVP_PKEY* key = makeKey(keyType);
-        for (int i = 0; i < MANY; ++i) {
+        for (int i = 0; i < STRANGERS; ++i) {
             const QByteArray host = "host " + QByteArray::number(i);
             m_leaves.append(makeParty(host, key, &intermediate, false).der());
         }
@@ -291,14 +292,17 @@ int main(int argc, char** argv)
                                .arg(QStringLiteral("WinCertStore::verify"), -30)
                                .arg(QStringLiteral("X509_verify_cert"), -30);
     double worst = 0;
-    worst = std::max(worst, compare("RSA 2048, one chain", rsa, 1, store, engine));
-    worst = std::max(worst, compare("RSA 2048, many end certs", rsa, MANY, store, engine));
-    worst = std::max(worst, compare("P-256, one chain", ec, 1, store, engine));
-    worst = std::max(worst, compare("P-256, many end certs", ec, MANY, store, engine));
+    worst = std::max(worst, compare("RSA 2048, one peer", rsa, 1, store, engine));
+    worst = std::max(worst, compare("RSA 2048, many peers", rsa, MANY, store, engine));
+    worst = std::max(worst, compare("P-256, one peer", ec, 1, store, engine));
+    worst = std::max(worst, compare("P-256, many peers", ec, MANY, store, engine));
+    // Without a limit: the store decodes a certificate that it has not met.
+    compare("RSA 2048, strangers", rsa, STRANGERS, store, engine);
+    compare("P-256, strangers", ec, STRANGERS, store, engine);
     X509_STORE_free(engine);
-    QTextStream(stdout) << QString::fromLatin1(worst <= LIMIT
-                                                   ? "nothing takes more than %1 times as long\n"
-                                                   : "something takes MORE than %1 times as long\n")
+    QTextStream(stdout) << QString::fromLatin1(
+                               worst <= LIMIT ? "known peers take at most %1 times as long\n"
+                                              : "known peers take MORE than %1 times as long\n")
                                .arg(LIMIT);
     return worst <= LIMIT ? 0 : 1;
 }

@@ -7,16 +7,19 @@ set -u
 [ $# -eq 1 ] || { echo "usage: $0 <directory with the example programs>" >&2; exit 2; }
 client=$1/ferrule-client
 server=$1/ferrule-server
+proxy=$1/ferrule-proxy
 certificates=$1/ferrule-certificates
-for program in "$client" "$server" "$certificates"; do
+for program in "$client" "$server" "$proxy" "$certificates"; do
     [ -x "$program" ] || { echo "$0: $program is not there; build it first" >&2; exit 2; }
 done
 command -v openssl >/dev/null || { echo "$0: needs the openssl command" >&2; exit 2; }
 
 work=$(mktemp -d) || exit 2
 server_pid=
+proxy_pid=
 cleanup() {
     [ -z "$server_pid" ] || kill "$server_pid" 2>/dev/null
+    [ -z "$proxy_pid" ] || kill "$proxy_pid" 2>/dev/null
     rm -rf "$work"
 }
 trap cleanup EXIT
@@ -76,29 +79,51 @@ make_certificates() {
         -keyout "$work/alone.key" -out "$work/alone.pem"
 }
 
+# Waits for a program that prints where it listens; sets listening_port. await_port <pid> <log>
+await_port() {
+    listening_port=
+    for _ in $(seq 100); do
+        listening_port=$(sed -n 's/^listening on .*:\([0-9]*\)$/\1/p' "$2")
+        [ -z "$listening_port" ] || return 0
+        kill -0 "$1" 2>/dev/null || break
+        sleep 0.05
+    done
+    echo "!! nothing listens:"; cat "$2"
+    exit 1
+}
+
 # start_server <certificate> <key>: sets server_pid and port.
 start_server() {
     : >"$work/server.log"
     "$server" --port 0 --cert "$1" --key "$2" >"$work/server.log" 2>&1 &
     server_pid=$!
-    port=
-    for _ in $(seq 100); do
-        port=$(sed -n 's/^listening on .*:\([0-9]*\)$/\1/p' "$work/server.log")
-        [ -z "$port" ] || return 0
-        kill -0 "$server_pid" 2>/dev/null || break
-        sleep 0.05
-    done
-    echo "!! ferrule-server does not listen:"; cat "$work/server.log"
-    exit 1
+    await_port "$server_pid" "$work/server.log"
+    port=$listening_port
 }
 
-# Ends the server as an operator would, and shows its lines.
-stop_server() {
+# start_proxy <option...>: sets proxy_pid and proxy_port.
+start_proxy() {
+    : >"$work/proxy.log"
+    "$proxy" --port 0 "$@" >"$work/proxy.log" 2>&1 &
+    proxy_pid=$!
+    await_port "$proxy_pid" "$work/proxy.log"
+    proxy_port=$listening_port
+}
+
+# Ends a server or proxy as an operator would. stop <pid>
+stop() {
     local status=0
-    kill -TERM "$server_pid"
-    wait "$server_pid" || status=$?
+    kill -TERM "$1"
+    wait "$1" || status=$?
+    [ "$status" -eq 0 ] || { echo "!! a server ended with status $status"; exit 1; }
+}
+stop_server() {
+    stop "$server_pid"
     server_pid=
-    [ "$status" -eq 0 ] || { echo "!! ferrule-server ended with status $status"; exit 1; }
+}
+stop_proxy() {
+    stop "$proxy_pid"
+    proxy_pid=
 }
 
 say "An authority, a certificate of it for 127.0.0.1, and a self-signed one"
@@ -131,6 +156,25 @@ say "The system of this one client is told to trust the authority; both verdicts
 SSL_CERT_FILE="$work/ca.pem" run /dev/null "$work/echo" 0 127.0.0.1 --store system \
     --ca-file "$work/ca.pem" --require-ok --close-after-input 0
 expect "$work/report" "$judgement" 'verdict      OK' 'store        system: OK'
+
+start_proxy --user demo --password 'a:b c'
+say "An HTTP proxy listens on port $proxy_port. The client goes through it, twice"
+run "$work/data" "$work/echo" 0 127.0.0.1 --ca-file "$work/ca.pem" --repeat 2 --require-ok \
+    --require-host-name --close-after-input 1 --proxy "demo:a%3Ab%20c@127.0.0.1:$proxy_port"
+expect "$work/report" '^\(connection\|proxy\|verdict\|host name\|session\)' \
+    "proxy        tunnel established by 127.0.0.1:$proxy_port" 'verdict      OK' \
+    'host name    agrees' 'session      reused'
+cmp "$work/data" "$work/echo" || { echo "!! the echo differs from what was sent"; exit 1; }
+echo "   1 MiB of random bytes went through the tunnel and came back unchanged."
+
+say "The same with a wrong password"
+run /dev/null "$work/echo" 3 127.0.0.1 --proxy "demo:wrong@127.0.0.1:$proxy_port"
+expect "$work/report" '.' 'the proxy refuses: HTTP/1.0 407 Proxy Authentication Required'
+
+say "The proxy is asked to end; these were its tunnels"
+stop_proxy
+expect "$work/proxy.log" '.' " 127.0.0.1:$port 200 up " \
+    " 127.0.0.1:$port 407 up 0 down 0: no authorisation, or a wrong one"
 
 say "The server is asked to end; these were its connections"
 stop_server

@@ -128,7 +128,7 @@ bool SslProxySocket::adoptTunnel()
     const quint16 serverPort = peerPort();
     d->upcomingTransport.clear();
     setSocket(tunnel);
-    if (!self || d->socket != tunnel || tunnel->state() != ConnectedState)
+    if (!self || d->socket != tunnel || d->transportState() != ConnectedState)
         return false;
 
     setPeerName(serverName);

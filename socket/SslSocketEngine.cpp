@@ -183,8 +183,11 @@ QString SslSocketPrivate::offerPooledSession()
     // OpenSSL 1.0.2 confines the connection to the session's protocol version. That is right for a
     // client that resumes it. A server has no use for it and must go on negotiating, and so must a
     // client whose session cannot be resumed, such as that of a connection that failed.
-    if (mode == SslSocket::Server || !SSL_SESSION_is_resumable(session))
+    // The verdict on the session's peer, which came with it, has to be taken back as well.
+    if (mode == SslSocket::Server || !SSL_SESSION_is_resumable(session)) {
         SSL_set_session(ssl, nullptr);
+        SSL_set_verify_result(ssl, X509_V_OK);
+    }
     return QString();
 }
 

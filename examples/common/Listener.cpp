@@ -20,7 +20,7 @@ Listener::Listener(Factory factory)
 
 Listener::~Listener()
 {
-    // The server owns the transports of the connections: they have to go first.
+    // The server may own the transports of the connections: they have to go first.
     qDeleteAll(m_connections);
 }
 

@@ -15,7 +15,10 @@ class Listener : public QObject
     Q_OBJECT
 
 public:
-    //! Makes the object for the client behind a socket, which stays a child of the listener's.
+    /*!
+        Makes the object for the client behind a socket. The socket is the listener's unless that
+        object takes it over.
+    */
     using Factory = std::function<ClientConnection*(QTcpSocket* transport)>;
 
     explicit Listener(Factory factory);

@@ -41,6 +41,10 @@ Relay::Relay(QTcpSocket* client, const QByteArray& toServer, QTcpSocket* server,
 
 void Relay::start()
 {
+    if (m_client < 0 || m_server < 0) {
+        finish(QStringLiteral("no descriptors left"));
+        return;
+    }
     m_up.start();
     m_down.start();
 }

@@ -27,6 +27,7 @@ public:
     Relay(QTcpSocket* client, const QByteArray& toServer, QTcpSocket* server,
           const QByteArray& toClient);
 
+    //! May emit ended() at once.
     void start();
     void stop();
 

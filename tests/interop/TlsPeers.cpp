@@ -99,6 +99,27 @@ PeerFiles::PeerFiles()
 {
 }
 
+bool establish(vela::SslSocket* socket, const QString& host, quint16 port)
+{
+    QSignalSpy connected(socket, &QAbstractSocket::connected);
+    QSignalSpy failed(socket, &QAbstractSocket::errorOccurred);
+    socket->connectToHost(host, port);
+    if (connected.isEmpty() && failed.isEmpty())
+        connected.wait(CONNECT_TIMEOUT_MS);
+    if (connected.count() != 1 || !failed.isEmpty())
+        qWarning("no connection: %s", qPrintable(socket->errorString()));
+    return connected.count() == 1 && failed.isEmpty();
+}
+
+bool finishConnection(vela::SslSocket* socket)
+{
+    socket->disconnectFromHost();
+    if (socket->state() == QAbstractSocket::UnconnectedState)
+        return true;
+    QSignalSpy disconnected(socket, &QAbstractSocket::disconnected);
+    return disconnected.wait(CONNECT_TIMEOUT_MS);
+}
+
 TestClient::TestClient(const PeerFiles& files, const TlsVersion& version)
     : SslSocket(Client)
 {
@@ -110,27 +131,6 @@ TestClient::TestClient(const PeerFiles& files, const TlsVersion& version)
                 hostNameMatched = matched;
                 description = text;
             });
-}
-
-bool TestClient::connectTo(quint16 port)
-{
-    QSignalSpy connected(this, &QAbstractSocket::connected);
-    QSignalSpy failed(this, &QAbstractSocket::errorOccurred);
-    connectToHost(QStringLiteral("localhost"), port);
-    if (connected.isEmpty() && failed.isEmpty())
-        connected.wait(CONNECT_TIMEOUT_MS);
-    if (connected.count() != 1 || !failed.isEmpty())
-        qWarning("no connection: %s", qPrintable(errorString()));
-    return connected.count() == 1 && failed.isEmpty();
-}
-
-bool TestClient::closeConnection()
-{
-    disconnectFromHost();
-    if (state() == UnconnectedState)
-        return true;
-    QSignalSpy disconnected(this, &QAbstractSocket::disconnected);
-    return disconnected.wait(CONNECT_TIMEOUT_MS);
 }
 
 TestServer::TestServer(const PeerFiles& files, const TlsVersion& version)

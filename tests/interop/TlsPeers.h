@@ -61,6 +61,12 @@ struct PeerFiles
     QString key;
 };
 
+//! Connects \a socket; true when the handshake is complete and nothing has failed.
+bool establish(vela::SslSocket* socket, const QString& host, quint16 port);
+
+//! Closes \a socket and waits until its inner socket has delivered what it holds.
+bool finishConnection(vela::SslSocket* socket);
+
 /*!
     A client that trusts the authority of \a files, and what it reports about the connection.
 */
@@ -72,10 +78,9 @@ public:
     TestClient(const PeerFiles& files, const TlsVersion& version);
 
     //! Connects to "localhost"; true when the handshake is complete.
-    bool connectTo(quint16 port);
+    bool connectTo(quint16 port) { return establish(this, QStringLiteral("localhost"), port); }
 
-    //! Closes and waits until the inner socket has delivered what it holds.
-    bool closeConnection();
+    bool closeConnection() { return finishConnection(this); }
 
     vela::CertVerify verdict = vela::VerifyUnknown;
     bool hostNameMatched = false;

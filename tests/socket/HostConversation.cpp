@@ -37,12 +37,15 @@ const ServerFiles& serverFiles()
 HostConversation::HostConversation(Role role)
     : m_role(role)
 {
+    // Fresh ports are not without end: there are only the listeners that the role needs.
     switch (role) {
     case Role::Client:
         useSocket(new HostSocket(SslSocket::Client));
+        test::listenOnFreshPort(&m_listener);
         break;
     case Role::Server:
         useSocket(new HostSocket(SslSocket::Server));
+        test::listenOnFreshPort(&m_deafListener);
         break;
     case Role::ProxiedClient:
         setUpProxy();
@@ -50,8 +53,6 @@ HostConversation::HostConversation(Role role)
     }
     m_socket->setPathToCertificate(serverFiles().certificate);
     m_socket->setPathToPrivateKey(serverFiles().key);
-    test::listenOnFreshPort(&m_listener);
-    test::listenOnFreshPort(&m_deafListener);
     connect(&m_listener, &QTcpServer::newConnection, this,
             [this] { takePeer(m_listener.nextPendingConnection()); });
 }
@@ -79,16 +80,17 @@ void HostConversation::useSocket(Socket* socket)
 
 void HostConversation::setUpProxy()
 {
+    m_proxy = std::make_unique<ScriptedProxy>();
     auto* socket = new ProxiedHostSocket;
-    socket->setProxy(QStringLiteral("127.0.0.1"), m_proxy.serverPort(), QString(), QString());
+    socket->setProxy(QStringLiteral("127.0.0.1"), m_proxy->serverPort(), QString(), QString());
     useSocket(socket);
-    connect(&m_proxy, &ScriptedProxy::arrived, this, [this] {
-        m_proxy.reply = m_deed == PeerDeed::Refuse            ? "HTTP/1.0 403 Forbidden\r\n\r\n"
-                        : m_deed == PeerDeed::HangUpOnRequest ? ""
-                                                              : ScriptedProxy::ACCEPTANCE;
+    connect(m_proxy.get(), &ScriptedProxy::arrived, this, [this] {
+        m_proxy->reply = m_deed == PeerDeed::Refuse            ? "HTTP/1.0 403 Forbidden\r\n\r\n"
+                         : m_deed == PeerDeed::HangUpOnRequest ? ""
+                                                               : ScriptedProxy::ACCEPTANCE;
     });
-    connect(&m_proxy, &ScriptedProxy::requested, this, [this](QTcpSocket* connection) {
-        if (m_proxy.reply == ScriptedProxy::ACCEPTANCE) {
+    connect(m_proxy.get(), &ScriptedProxy::requested, this, [this](QTcpSocket* connection) {
+        if (m_proxy->reply == ScriptedProxy::ACCEPTANCE) {
             takePeer(connection);
             return;
         }

@@ -122,7 +122,7 @@ private:
     Role m_role;
     QTcpServer m_listener;
     QTcpServer m_deafListener; // Accepts connections and says nothing.
-    ScriptedProxy m_proxy;
+    std::unique_ptr<ScriptedProxy> m_proxy;
     QPointer<vela::SslSocket> m_socket;
     HostSlots* m_slots = nullptr;
     QPointer<RawTlsPeer> m_peer;

@@ -3,7 +3,6 @@
 #define FERRULE_TESTS_TCPPAIR_H
 
 #include "EventWait.h"
-#include "tests/common/FreshPort.h"
 
 #include <QtNetwork/QTcpServer>
 #include <QtNetwork/QTcpSocket>
@@ -15,8 +14,10 @@ struct TcpPair
 {
     TcpPair()
     {
+        // Not a fresh port, of which there is an end: no session is pooled by this one.
         QTcpServer listener;
-        listenOnFreshPort(&listener);
+        if (!listener.listen(QHostAddress::LocalHost))
+            qFatal("cannot listen on loopback: %s", qPrintable(listener.errorString()));
         near = new QTcpSocket;
         near->connectToHost(QHostAddress::LocalHost, listener.serverPort());
         const bool connected = waitFor([&] {

@@ -175,7 +175,9 @@ private Q_SLOTS:
     void deletionEndsTheTunnelInSilence();
     void tunnelDeletedByTheHostLeavesAUsableSocket_data() { addStages(); }
     void tunnelDeletedByTheHostLeavesAUsableSocket();
+    void connectionBegunWhenTheEngineFailsIsTheOneThatCounts();
     void manySocketsShareTheEmptyKeyWithServers();
+    void serverKeepsNothingOfATunnelsVerdict();
 
 private:
     static void addStages();
@@ -416,6 +418,26 @@ void ProxyConnectionsTest::tunnelDeletedByTheHostLeavesAUsableSocket()
     QVERIFY(client.exchanges("with another tunnel"));
 }
 
+void ProxyConnectionsTest::connectionBegunWhenTheEngineFailsIsTheOneThatCounts()
+{
+    EchoingProxy proxy;
+    Client client(Stage::Asking);
+    SslProxySocket* socket = client.socket.get();
+    socket->setCiphers(QStringLiteral("no such cipher"));
+    connect(socket, &QAbstractSocket::errorOccurred, this, [socket] {
+        socket->setCiphers(QString());
+        socket->connectToHost(QStringLiteral("other.example"), 8443);
+    });
+    client.connectThrough(proxy);
+    QVERIFY(client.becomesConnected());
+    QCOMPARE(client.log->count("errorOccurred"), 1);
+    QCOMPARE(client.log->count("tunnelEstablished"), 1);
+    QCOMPARE(socket->peerName(), QStringLiteral("other.example"));
+    QCOMPARE(socket->peerPort(), quint16(8443));
+    QVERIFY(proxy.requests().last().startsWith("CONNECT other.example:8443 "));
+    QVERIFY(client.exchanges("with the other"));
+}
+
 // Servers pool their sessions under the empty key, as tunnels do.
 void ProxyConnectionsTest::manySocketsShareTheEmptyKeyWithServers()
 {
@@ -448,6 +470,33 @@ void ProxyConnectionsTest::manySocketsShareTheEmptyKeyWithServers()
                                [](const auto& socket) { return socket->bytesAvailable() == 5; });
         }));
     }
+}
+
+// The pool hands a server the session of a tunnel whose peer was turned down.
+void ProxyConnectionsTest::serverKeepsNothingOfATunnelsVerdict()
+{
+    constexpr int TUNNELS = 40;
+    EchoingProxy proxy;
+    for (int count = 0; count < TUNNELS; ++count) {
+        SslProxySocket tunnel(nullptr);
+        tunnel.setProxy(LOOPBACK, proxy.serverPort(), QString(), QString());
+        tunnel.connectToHost(TARGET, 443);
+        QVERIFY(waitFor([&] { return tunnel.state() == QAbstractSocket::ConnectedState; }));
+    }
+    TlsServer server;
+    QList<vela::CertVerify> verdicts;
+    connect(&server, &TlsServer::accepted, this, [&](SslSocket* accepted) {
+        connect(accepted, &SslSocket::connectionVerificationDone, this,
+                [&](vela::CertVerify verdict) { verdicts.append(verdict); });
+    });
+    constexpr int CLIENTS = 20;
+    for (int count = 0; count < CLIENTS; ++count) {
+        SslSocket client(SslSocket::Client);
+        client.connectToHost(LOOPBACK, server.serverPort());
+        QVERIFY(waitFor([&] { return verdicts.size() > count; }));
+    }
+    // Nothing is wrong with a client that has no certificate but that it is valid at no time.
+    QCOMPARE(verdicts.count(vela::VerifyExpired), verdicts.size());
 }
 
 QTEST_GUILESS_MAIN(ProxyConnectionsTest)

@@ -317,6 +317,7 @@ void ProxyRepliesTest::restOfTheReplyIsDiscarded()
     QCOMPARE(client.log.count("connected"), 1);
     QCOMPARE(client.errors, Errors());
     QCOMPARE(client.socket.bytesAvailable(), 0);
+    QVERIFY(waitFor([&] { return proxy.server()->isHandshakeDone(); }));
     proxy.server()->write("the first data");
     QVERIFY(waitFor([&] { return client.socket.bytesAvailable() > 0; }));
     QCOMPARE(client.socket.readAll(), QByteArray("the first data"));

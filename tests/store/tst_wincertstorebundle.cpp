@@ -51,7 +51,7 @@ class WinCertStoreBundleTest : public QObject
 
 private Q_SLOTS:
     void initTestCase();
-    void init();
+    void cleanupTestCase();
     void eachAuthorityOfTheMachineIsTrusted_data();
     void eachAuthorityOfTheMachineIsTrusted();
     void noneIsTrustedWithoutTheBundle();
@@ -73,14 +73,15 @@ void WinCertStoreBundleTest::initTestCase()
     }
     m_blocks = blocksOf(bundle.readAll());
     QVERIFY(m_blocks.size() > 50);
-}
-
-void WinCertStoreBundleTest::init()
-{
-    m_store.reset();
     m_roots = std::make_unique<TrustedRoots>();
     m_roots->environment().set("SSL_CERT_FILE", QByteArray());
     m_store = std::make_unique<WinCertStore>(nullptr);
+}
+
+void WinCertStoreBundleTest::cleanupTestCase()
+{
+    m_store.reset();
+    m_roots.reset();
 }
 
 void WinCertStoreBundleTest::eachAuthorityOfTheMachineIsTrusted_data()
@@ -101,14 +102,13 @@ void WinCertStoreBundleTest::eachAuthorityOfTheMachineIsTrusted()
     // All of them are self-signed, which comes before the dates in the verdict.
     const vela::CertVerify expected =
         isValidNow(root->x509()) ? vela::VerifyOk : vela::VerifySelfSigned;
-    QCOMPARE(m_store->verify(vela::SslCertificateChain(QList<vela::SslCertificatePtr>{root})),
-             expected);
+    QCOMPARE(m_store->verify(chainOf({root})), expected);
 }
 
 void WinCertStoreBundleTest::noneIsTrustedWithoutTheBundle()
 {
-    m_store.reset();
-    m_roots->environment().set("SSL_CERT_FILE", "");
+    TrustedRoots none;
+    none.environment().set("SSL_CERT_FILE", "");
     WinCertStore store(nullptr);
     for (const QByteArray& pem : qAsConst(m_blocks))
         QCOMPARE(store.verify(chainOf({parse(pem)})), vela::VerifySelfSigned);
@@ -122,9 +122,8 @@ void WinCertStoreBundleTest::expiredAuthorityIsWhatItsBitsSay()
     spec.notAfterOffset = -3600;
     const Identity root = makeIdentity(spec);
     const Identity leaf = makeIdentity(CertificateSpec(), &root);
-    m_store.reset();
-    m_roots->environment().set("SSL_CERT_FILE", QFile::encodeName(m_roots->bundlePath()));
-    m_roots->setRoots({root.der()});
+    TrustedRoots roots;
+    roots.setRoots({root.der()});
     WinCertStore store(nullptr);
     QCOMPARE(store.verify(wrapAll({root})), vela::VerifySelfSigned);
     QCOMPARE(store.verify(wrapAll({leaf, root})), vela::VerifyExpired);

@@ -61,7 +61,6 @@ bool findUnsupportedCritical(X509* x509)
 
 CertificateExtensions::CertificateExtensions(X509* x509)
     : hasUnsupportedCritical(findUnsupportedCritical(x509))
-    , hasPolicyConstraints(read<PolicyConstraintsHandle>(x509, NID_policy_constraints) != nullptr)
     , hasSubjectKeyId(read<SubjectKeyIdHandle>(x509, NID_subject_key_identifier) != nullptr)
     , nameConstraints(read<NameConstraintsHandle>(x509, NID_name_constraints))
     , authorityKeyId(read<AuthorityKeyIdHandle>(x509, NID_authority_key_identifier))
@@ -71,6 +70,7 @@ CertificateExtensions::CertificateExtensions(X509* x509)
     readExtendedUsages(x509);
     readNames(x509);
     readPolicies(x509);
+    readPolicyConstraints(x509);
 }
 
 template <typename Handle>
@@ -129,6 +129,28 @@ void CertificateExtensions::readPolicies(X509* x509)
 {
     const auto policies = read<PoliciesHandle>(x509, NID_certificate_policies);
     policyCount = std::size_t(std::max(0, sk_POLICYINFO_num(policies.get())));
+    std::vector<const ASN1_OBJECT*> ids(policyCount);
+    for (std::size_t i = 0; i < policyCount; ++i)
+        ids[i] = sk_POLICYINFO_value(policies.get(), int(i))->policyid;
+    std::sort(ids.begin(), ids.end(),
+              [](const auto* left, const auto* right) { return OBJ_cmp(left, right) < 0; });
+    const auto twice =
+        std::adjacent_find(ids.begin(), ids.end(), [](const auto* left, const auto* right) {
+            return OBJ_cmp(left, right) == 0;
+        });
+    hasRepeatedPolicies = twice != ids.end();
+}
+
+void CertificateExtensions::readPolicyConstraints(X509* x509)
+{
+    const auto constraints = read<PolicyConstraintsHandle>(x509, NID_policy_constraints);
+    if (!constraints)
+        return;
+    const ASN1_INTEGER* const required = constraints->requireExplicitPolicy;
+    if (required)
+        requiredPolicy = ASN1_INTEGER_get(required);
+    if ((!required && !constraints->inhibitPolicyMapping) || requiredPolicy.value_or(0) < 0)
+        isMalformed = true;
 }
 
 } // namespace vela

@@ -31,9 +31,10 @@ struct CertificateExtensions
 
     bool isMalformed = false; //!< One of those read here occurs twice or cannot be decoded.
     bool hasUnsupportedCritical = false;
-    bool hasPolicyConstraints = false;
     std::size_t policyCount = 0;
-    bool mayCertSign = true; //!< There is no key usage, or it says so.
+    bool hasRepeatedPolicies = false;
+    std::optional<long> requiredPolicy; //!< How many certificates later there must be a policy.
+    bool mayCertSign = true;            //!< There is no key usage, or it says so.
     bool hasSubjectKeyId = false;
     std::optional<AuthorityConstraints> basicConstraints;
     std::optional<std::vector<QByteArray>> extendedUsages; //!< Object identifiers in digits.
@@ -49,6 +50,7 @@ private:
     void readExtendedUsages(X509* x509);
     void readNames(X509* x509);
     void readPolicies(X509* x509);
+    void readPolicyConstraints(X509* x509);
 };
 
 } // namespace vela

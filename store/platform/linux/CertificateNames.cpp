@@ -65,11 +65,18 @@ bool isHostName(const QByteArray& host)
            && !host.contains("..") && !std::all_of(lastLabel.begin(), lastLabel.end(), isDigit);
 }
 
-//! Whether \a host is \a base, or below it; letter case aside.
-bool isWithin(const QByteArray& host, const QByteArray& base)
+//! Whether \a base can be compared with: everything, a host, or with a leading period what is
+//! below.
+bool isHostConstraint(const QByteArray& base)
 {
-    const QByteArray name = host.toLower();
-    const QByteArray tree = base.toLower();
+    return base.isEmpty() || isHostName(base.startsWith('.') ? base.mid(1) : base);
+}
+
+//! Whether the host \a inner is \a outer, or below it; letter case aside.
+bool isWithin(const QByteArray& inner, const QByteArray& outer)
+{
+    const QByteArray name = inner.toLower();
+    const QByteArray tree = outer.toLower();
     if (tree.isEmpty() || name == tree)
         return true;
     const int outside = name.size() - tree.size();
@@ -90,7 +97,7 @@ Match matchHost(const QByteArray& name, const QByteArray& base, Kind kind)
 {
     const bool isPattern = name.startsWith(WILDCARD);
     const QByteArray host = isPattern ? name.mid(int(qstrlen(WILDCARD))) : name;
-    if (!isHostName(host))
+    if (!isHostName(host) || !isHostConstraint(base))
         return Match::BadName;
     if (isWithin(name, base))
         return Match::Yes;
@@ -104,7 +111,7 @@ Match matchMailAddress(const QByteArray& name, const QByteArray& base)
     if (at <= 0 || at != name.lastIndexOf('@') || !isHostName(name.mid(at + 1)))
         return Match::BadName;
     const int baseAt = base.indexOf('@');
-    if (baseAt != base.lastIndexOf('@'))
+    if (baseAt != base.lastIndexOf('@') || !isHostConstraint(base.mid(baseAt + 1)))
         return Match::BadName;
     const bool isSameMailbox = baseAt <= 0 || name.left(at) == base.left(baseAt);
     return matched(isSameMailbox && isSameOrBelow(name.mid(at + 1), base.mid(baseAt + 1)));
@@ -128,7 +135,7 @@ QByteArray hostOf(const QByteArray& uri)
 Match matchUri(const QByteArray& name, const QByteArray& base)
 {
     const QByteArray host = hostOf(name);
-    if (!isHostName(host))
+    if (!isHostName(host) || !isHostConstraint(base))
         return Match::BadName;
     return matched(isSameOrBelow(host, base));
 }
@@ -208,13 +215,20 @@ bool sortOut(STACK_OF(GENERAL_SUBTREE) * subtrees, std::vector<GeneralName>* oth
     return hasRange;
 }
 
+std::size_t countOf(const STACK_OF(GENERAL_SUBTREE) * subtrees)
+{
+    return std::size_t(qMax(0, sk_GENERAL_SUBTREE_num(subtrees)));
+}
+
 } // namespace
 
 std::vector<GeneralName> namesOf(X509* x509, const GENERAL_NAMES* alternativeNames,
                                  bool isAuthority)
 {
+    const int count = qMax(0, sk_GENERAL_NAME_num(alternativeNames));
     std::vector<GeneralName> names;
-    for (int i = 0; i < sk_GENERAL_NAME_num(alternativeNames); ++i)
+    names.reserve(std::size_t(count));
+    for (int i = 0; i < count; ++i)
         names.push_back(toName(sk_GENERAL_NAME_value(alternativeNames, i)));
     const bool hasHost = std::any_of(names.begin(), names.end(),
                                      [](const GeneralName& name) { return name.type == GEN_DNS; });
@@ -237,8 +251,7 @@ NameConstraints::NameConstraints(NameConstraintsHandle constraints)
     const bool isPermittedRange = sortOut(m_directoryNames->permittedSubtrees, &m_permitted);
     const bool isExcludedRange = sortOut(m_directoryNames->excludedSubtrees, &m_excluded);
     m_directoryCount =
-        std::size_t(qMax(0, sk_GENERAL_SUBTREE_num(m_directoryNames->permittedSubtrees))
-                    + qMax(0, sk_GENERAL_SUBTREE_num(m_directoryNames->excludedSubtrees)));
+        countOf(m_directoryNames->permittedSubtrees) + countOf(m_directoryNames->excludedSubtrees);
     m_isInvalid = isPermittedRange || isExcludedRange || comparisonsFor(0) == 0;
 }
 

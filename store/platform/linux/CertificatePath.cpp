@@ -187,20 +187,36 @@ void PathJudge::sumUp()
         m_judged.chain.dwErrorStatus |= status.dwErrorStatus;
 }
 
+//! Whether a certificate below the root of \a path demands a policy of those from it downwards.
+bool isPolicyDemanded(const CertificatePath& path)
+{
+    long later = 0; // Certificates further down, but for those that authorities issue themselves.
+    for (std::size_t i = 0; i + 1 < path.elements.size(); ++i) {
+        const TrustCertificate& certificate = *path.elements[i].certificate;
+        const auto& required = certificate.extensions().requiredPolicy;
+        if (required && *required <= later)
+            return true;
+        later += certificate.isSelfIssued() ? 0 : 1;
+    }
+    return false;
+}
+
 /*!
-    Whether the tree of policies could become larger than it ever is in earnest: with mappings each
-    certificate can multiply it, and the reference engine knows no limit.
+    Whether \a path can meet a demand, and the engine may find out. It leaks what it has read of
+    certificates without policies, or with one twice; and with mappings each certificate can
+   multiply the tree of policies, for which the reference engine knows no limit.
 */
-bool hasTooManyPolicies(const CertificatePath& path)
+bool arePoliciesUsable(const CertificatePath& path)
 {
     constexpr std::size_t MAX_NODES = 1000;
     std::size_t nodes = 1;
-    for (const PathElement& element : path.elements) {
-        nodes *= std::max<std::size_t>(1, element.certificate->extensions().policyCount);
-        if (nodes > MAX_NODES)
-            return true;
+    for (std::size_t i = 0; i + 1 < path.elements.size(); ++i) {
+        const CertificateExtensions& extensions = path.elements[i].certificate->extensions();
+        nodes *= extensions.policyCount;
+        if (nodes == 0 || nodes > MAX_NODES || extensions.hasRepeatedPolicies)
+            return false;
     }
-    return false;
+    return true;
 }
 
 /*!
@@ -210,13 +226,9 @@ bool hasTooManyPolicies(const CertificatePath& path)
 void PathJudge::judgePolicies()
 {
     const auto& elements = m_judged.path.elements;
-    const bool isDemanded =
-        std::any_of(elements.begin(), elements.end(), [](const PathElement& element) {
-            return element.certificate->extensions().hasPolicyConstraints;
-        });
-    if (!isDemanded || m_judged.chain.dwErrorStatus != CERT_TRUST_NO_ERROR)
+    if (m_judged.chain.dwErrorStatus != CERT_TRUST_NO_ERROR || !isPolicyDemanded(m_judged.path))
         return;
-    if (hasTooManyPolicies(m_judged.path)) {
+    if (!arePoliciesUsable(m_judged.path)) {
         m_judged.chain.dwErrorStatus |= CERT_TRUST_INVALID_POLICY_CONSTRAINTS;
         return;
     }

@@ -152,6 +152,7 @@ ChainBuilder::sortedIssuersOf(const TrustCertificate& certificate) const
     std::stable_sort(candidates.begin(), candidates.end(),
                      [](const auto& left, const auto& right) { return left.first > right.first; });
     std::vector<TrustCertificatePtr> issuers;
+    issuers.reserve(candidates.size());
     for (const auto& candidate : candidates)
         issuers.push_back(candidate.second);
     return issuers;

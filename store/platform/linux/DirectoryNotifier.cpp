@@ -15,7 +15,8 @@ namespace vela {
 
 namespace {
 
-constexpr std::uint32_t ACTIVITIES = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO
+// Each write counts, so that nobody looks at a file between two of them.
+constexpr std::uint32_t ACTIVITIES = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_MODIFY
                                      | IN_CLOSE_WRITE | IN_ATTRIB | IN_DELETE_SELF | IN_MOVE_SELF;
 constexpr std::size_t BUFFER_SIZE = 4096;
 

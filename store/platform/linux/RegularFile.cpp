@@ -5,12 +5,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
+#include <array>
 #include <cerrno>
 
 namespace vela {
 
 namespace {
+
+constexpr std::size_t CHUNK = 16 * 1024;
 
 class Descriptor
 {
@@ -60,22 +62,16 @@ FileContent readRegularFile(const std::string& path, int maxSize)
         return failure(error);
 
     FileContent content;
-    content.bytes.resize(static_cast<int>(std::min<off_t>(status.st_size, maxSize)) + 1);
-    int size = 0;
-    while (size < content.bytes.size()) {
-        const ssize_t count = read(descriptor.get(), content.bytes.data() + size,
-                                   static_cast<std::size_t>(content.bytes.size() - size));
+    std::array<char, CHUNK> chunk;
+    while (const ssize_t count = read(descriptor.get(), chunk.data(), chunk.size())) {
         if (count < 0 && errno == EINTR)
             continue;
         if (count < 0)
             return failure(errno);
-        if (count == 0)
-            break;
-        size += static_cast<int>(count);
+        content.bytes.append(chunk.data(), static_cast<int>(count));
+        if (content.bytes.size() > maxSize)
+            return failure(EFBIG);
     }
-    if (size > maxSize)
-        return failure(EFBIG);
-    content.bytes.truncate(size);
     return content;
 }
 

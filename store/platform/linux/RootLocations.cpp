@@ -150,12 +150,20 @@ void addWatchesFor(fs::path path, std::set<std::string>* directories)
         directories->insert(path.string());
 }
 
+//! Stays as it is when there is no current directory.
+std::string absolutePath(const std::string& path)
+{
+    std::error_code error;
+    const fs::path absolute = fs::absolute(path, error);
+    return error ? path : absolute.string();
+}
+
 std::vector<std::string> splitList(const QByteArray& list)
 {
     std::vector<std::string> parts;
     for (const QByteArray& part : list.split(':')) {
         if (!part.isEmpty())
-            parts.push_back(fs::absolute(part.toStdString()).string());
+            parts.push_back(absolutePath(part.toStdString()));
     }
     return parts;
 }
@@ -185,7 +193,7 @@ RootLocations RootLocations::fromEnvironment()
     if (isReplaced) {
         const std::string file = qgetenv(fileVariable).toStdString();
         if (!file.empty())
-            locations.m_bundles.push_back(fs::absolute(file).string());
+            locations.m_bundles.push_back(absolutePath(file));
         locations.m_directories = splitList(qgetenv(directoryVariable));
         locations.m_isReplaced = true;
     } else {
@@ -264,7 +272,8 @@ void RootLocations::reportNamed(RootReport* report) const
 
 void RootLocations::reportUserFiles(RootReport* report) const
 {
-    if (m_userDirectory.empty() || !fs::exists(m_userDirectory))
+    std::error_code error;
+    if (m_userDirectory.empty() || (!fs::exists(m_userDirectory, error) && !error))
         return;
     const std::string reason = userObstacle(m_userDirectory, S_IFDIR);
     addObstacle(m_userDirectory, reason, report);

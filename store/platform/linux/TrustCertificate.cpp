@@ -8,6 +8,7 @@
 
 #include <openssl/objects.h>
 
+#include <array>
 #include <iterator>
 #include <mutex>
 
@@ -19,7 +20,11 @@ using TimeHandle = std::unique_ptr<ASN1_TIME, OpenSslDeleter<ASN1_STRING_free>>;
 
 constexpr qint64 SECONDS_OF_DAY = 86400;
 
-/*! The certificates in use, by encoding. Entries of certificates that have gone are swept up. */
+/*!
+    The certificates in use, by encoding, and the last that were decoded: hosts meet the same peers
+    again, and to decode a certificate can take longer than to judge a chain. Entries of
+   certificates that have gone are swept up.
+*/
 class CertificatePool
 {
 public:
@@ -37,12 +42,22 @@ public:
         if (const TrustCertificatePtr other = entry.lock())
             return other;
         entry = certificate;
+        keep(certificate);
         if (m_certificates.size() > m_sweepAt)
             sweep();
         return certificate;
     }
 
 private:
+    void keep(const TrustCertificatePtr& certificate)
+    {
+        // Peers that send large ones do not get to fill the memory with them.
+        if (certificate->der().size() > MAX_KEPT_SIZE)
+            return;
+        m_kept[m_nextKept] = certificate;
+        m_nextKept = (m_nextKept + 1) % m_kept.size();
+    }
+
     void sweep()
     {
         for (auto entry = m_certificates.begin(); entry != m_certificates.end();)
@@ -51,9 +66,13 @@ private:
     }
 
     static constexpr int FIRST_SWEEP = 512;
+    static constexpr std::size_t KEPT = 128;
+    static constexpr int MAX_KEPT_SIZE = 8 * 1024;
     std::mutex m_mutex;
     QHash<QByteArray, std::weak_ptr<const TrustCertificate>> m_certificates;
     int m_sweepAt = FIRST_SWEEP;
+    std::array<TrustCertificatePtr, KEPT> m_kept;
+    std::size_t m_nextKept = 0;
 };
 
 CertificatePool pool;
@@ -175,6 +194,15 @@ TrustCertificate::IssuerMatch TrustCertificate::matchIssuer(const TrustCertifica
 }
 
 bool TrustCertificate::isSignedBy(const TrustCertificate& issuer) const
+{
+    if (&issuer != this)
+        return verifySignature(issuer);
+    // Every chain asks this of its root, which stays the same.
+    std::call_once(m_selfSignatureOnce, [this] { m_isSelfSigned = verifySignature(*this); });
+    return m_isSelfSigned;
+}
+
+bool TrustCertificate::verifySignature(const TrustCertificate& issuer) const
 {
     const OpenSslErrorMark mark;
     const EvpPkeyHandle key(X509_get_pubkey(issuer.x509()));

@@ -7,6 +7,7 @@
 #include <QtCore/QByteArray>
 
 #include <memory>
+#include <mutex>
 #include <optional>
 
 namespace vela {
@@ -55,6 +56,8 @@ public:
     bool isSignedBy(const TrustCertificate& issuer) const;
 
 private:
+    bool verifySignature(const TrustCertificate& issuer) const;
+
     const QByteArray m_der;
     const X509Handle m_x509;
     const CertificateExtensions m_extensions;
@@ -65,6 +68,8 @@ private:
     const bool m_isSelfIssued;
     const std::optional<qint64> m_notBefore;
     const std::optional<qint64> m_notAfter;
+    mutable std::once_flag m_selfSignatureOnce;
+    mutable bool m_isSelfSigned = false;
 };
 
 } // namespace vela

@@ -17,6 +17,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
+#include <system_error>
 
 namespace vela {
 
@@ -32,8 +33,9 @@ bool makePrivateDirectory(const fs::path& directory)
 {
     if (mkdir(directory.c_str(), OWNER_ONLY) == 0)
         return true;
+    std::error_code error;
     if (errno == EEXIST)
-        return fs::is_directory(directory);
+        return fs::is_directory(directory, error);
     return errno == ENOENT && directory.has_relative_path()
            && makePrivateDirectory(directory.parent_path())
            && mkdir(directory.c_str(), OWNER_ONLY) == 0;

@@ -111,6 +111,8 @@ void ChainNamesTest::addHostRows()
     row("host: empty label", permitted, "DNS:a..example.com", INVALID);
     row("host: pattern in the middle", permitted, "DNS:a.*.example.com", INVALID);
     row("host: address", "excluded;DNS:example.com", "DNS:192.0.2.1", INVALID);
+    row("host: constraint that is a pattern", "excluded;DNS:*.example.com", "DNS:a.example.com",
+        INVALID);
     // "example.org", NUL, ".example.com"
     row("host: zero byte", permitted,
         "DER:301a82186578616d706c652e6f7267002e6578616d706c652e636f6d", INVALID);
@@ -132,6 +134,7 @@ void ChainNamesTest::addMailRows()
     row("mail: excluded host", "excluded;email:example.com", "email:a@example.com", EXCLUDED);
     row("mail: no mailbox", "permitted;email:example.com", "email:example.com", INVALID);
     row("mail: two signs", "permitted;email:example.com", "email:a@b@example.com", INVALID);
+    row("mail: constraint without a host", "excluded;email:a@*", "email:a@example.com", INVALID);
     row("mail: two signs in the constraint", "permitted;email:a@b@example.com",
         "email:a@example.com", INVALID);
 }
@@ -149,6 +152,8 @@ void ChainNamesTest::addUriRows()
     row("URI: hosts below", "permitted;URI:.example.com", "URI:http://a.example.com/", "");
     row("URI: excluded", "excluded;URI:example.com", "URI:http://EXAMPLE.com", EXCLUDED);
     row("URI: not excluded", "excluded;URI:example.com", "URI:http://example.org", "");
+    row("URI: constraint that is none", "excluded;URI:http://example.com", "URI:http://example.com",
+        INVALID);
     row("URI: no host", "excluded;URI:example.com", "URI:urn:example.com", INVALID);
     row("URI: address", "excluded;URI:example.com", "URI:http://192.0.2.1/", INVALID);
     row("URI: address of version 6", "excluded;URI:example.com", "URI:http://[2001:db8::1]/",

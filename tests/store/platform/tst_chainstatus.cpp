@@ -290,6 +290,26 @@ void ChainStatusTest::everyErrorIsReportedWhereItIs_data()
                       {"certificatePolicies", "1.2.3.4"}},
                      {}),
         "", "", "", "INVALID_POLICY_CONSTRAINTS");
+    row("policy that is demanded where there is none",
+        Plans().with({}, {{"policyConstraints", "critical,requireExplicitPolicy:1"}}, {}), "", "",
+        "", "INVALID_POLICY_CONSTRAINTS");
+    row("policy that is demanded further down than the path goes",
+        Plans().with({}, {{"policyConstraints", "critical,requireExplicitPolicy:2"}}, {}), "");
+    row("policy that the root demands",
+        Plans().with({{"policyConstraints", "critical,requireExplicitPolicy:0"}}, {}, {}), "");
+    row("policy that the leaf demands and lacks",
+        Plans().with({}, {}, {{"policyConstraints", "critical,requireExplicitPolicy:0"}}), "", "",
+        "", "INVALID_POLICY_CONSTRAINTS");
+    row("policy constraints that constrain nothing",
+        Plans().with({}, {}, {{"policyConstraints", "DER:3000"}}), "INVALID_EXTENSION");
+    row("policy that is demanded and there twice",
+        Plans().with({},
+                     {{"policyConstraints", "critical,requireExplicitPolicy:0"},
+                      {"certificatePolicies", "1.2.3.4,1.2.3.5,1.2.3.4"}},
+                     {{"certificatePolicies", "1.2.3.4"}}),
+        "", "", "", "INVALID_POLICY_CONSTRAINTS");
+    row("policy that is there twice and not demanded",
+        Plans().with({}, {{"certificatePolicies", "1.2.3.4,1.2.3.4"}}, {}), "");
     row("policy that is demanded and there",
         Plans().with({},
                      {{"policyConstraints", "critical,requireExplicitPolicy:0"},

@@ -50,7 +50,7 @@ const NotJudged NOT_JUDGED[] = {
     {"name", "Host names are the socket's and the host's business."},
     {"strict", "Rules for issuing certificates and for their encoding, not for paths."},
     {"strict-eku", "Usages that must be named, or alone; a store asks for none."},
-    {"weak", "SHA-1 counts, which CryptoAPI refuses only to callers that ask for it."},
+    {"weak", "SHA-1 still counts: cases that must be accepted are signed with it, too."},
     {"anchor-special", "A root is trusted or not; the suite knows more kinds."},
 };
 

@@ -126,6 +126,7 @@ private Q_SLOTS:
     void faultWhileWriting();
     void nameTakenByADirectory();
     void pipeIsReplacedWithoutWaiting();
+    void linkIsReplacedAndItsTargetStays_data();
     void linkIsReplacedAndItsTargetStays();
     void writingGoesOnAfterAnInterruption();
     void successLeavesNoLine();
@@ -273,16 +274,25 @@ void ImportFaultsTest::pipeIsReplacedWithoutWaiting()
     QCOMPARE(contentOf(path()), test::toPem(m_der));
 }
 
+void ImportFaultsTest::linkIsReplacedAndItsTargetStays_data()
+{
+    QTest::addColumn<bool>("isTargetTheSame");
+    QTest::newRow("another file") << false;
+    QTest::newRow("a file with the certificate") << true;
+}
+
 void ImportFaultsTest::linkIsReplacedAndItsTargetStays()
 {
+    QFETCH(bool, isTargetTheSame);
+    const QByteArray content = isTargetTheSame ? test::toPem(m_der) : QByteArray("content");
     const QString target = m_roots->path(QStringLiteral("precious"));
-    test::writeFile(target, "content");
+    test::writeFile(target, content);
     QVERIFY(QDir().mkpath(m_roots->userDirectory()));
     QVERIFY(QFile::link(target, path()));
     QVERIFY(import());
     QVERIFY(!QFileInfo(path()).isSymLink());
     QCOMPARE(contentOf(path()), test::toPem(m_der));
-    QCOMPARE(contentOf(target), QByteArray("content"));
+    QCOMPARE(contentOf(target), content);
     QCOMPARE(files().size(), 1);
 }
 

@@ -9,6 +9,8 @@
 #include "SignalCounter.h"
 #include "TrustedRoots.h"
 
+#include "store/platform/linux/TrustCertificate.h"
+
 #include <QtTest/QtTest>
 
 #include <atomic>
@@ -91,6 +93,8 @@ private Q_SLOTS:
     void wrongChainRequestsAreRefused();
     void errorsAreTheThreadsOwn();
     void messagesAreEmpty();
+    void certificatesUsedLastAreKept();
+    void largeCertificateIsNotKept();
 };
 
 void TrustHandlesTest::systemPlatformIsTheCurrentOne()
@@ -385,6 +389,32 @@ void TrustHandlesTest::messagesAreEmpty()
     QCOMPARE(platform().formatMessage(0, nullptr, ERROR_ACCESS_DENIED, 0, buffer, 0), DWORD(0));
     QCOMPARE(std::wstring(buffer), std::wstring());
     QCOMPARE(platform().formatMessage(0, nullptr, ERROR_ACCESS_DENIED, 0, nullptr, 0), DWORD(0));
+}
+
+void TrustHandlesTest::certificatesUsedLastAreKept()
+{
+    constexpr int KEPT = 128;
+    QByteArray der = PlannedCertificate(leafPlan(QStringLiteral("one"))).der();
+    const std::weak_ptr<const vela::TrustCertificate> first = vela::TrustCertificate::fromDer(der);
+    for (int i = 1; i < KEPT; ++i) {
+        // Another signature, and so another certificate.
+        der[der.size() - 1] = char(der.at(der.size() - 1) + 1);
+        QVERIFY(vela::TrustCertificate::fromDer(der));
+    }
+    QVERIFY(!first.expired());
+    QCOMPARE(vela::TrustCertificate::fromDer(first.lock()->der()), first.lock());
+    QVERIFY(vela::TrustCertificate::fromDer(
+        PlannedCertificate(leafPlan(QStringLiteral("another"))).der()));
+    QVERIFY(first.expired());
+}
+
+void TrustHandlesTest::largeCertificateIsNotKept()
+{
+    const QByteArray comment(8 * 1024, 'x');
+    const PlannedCertificate large(leafPlan(QStringLiteral("large"), {{"nsComment", comment}}));
+    const std::weak_ptr<const vela::TrustCertificate> certificate =
+        vela::TrustCertificate::fromDer(large.der());
+    QVERIFY(certificate.expired());
 }
 
 QTEST_GUILESS_MAIN(TrustHandlesTest)
