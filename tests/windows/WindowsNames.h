@@ -4,13 +4,15 @@
 
 /*
     Comes before everything else in a test. OpenSSL's headers include those of Windows, which take
-    short names away with macros from the times of segmented memory.
+    short names away with macros from the times of segmented memory. A test that cannot have those
+    headers first defines FERRULE_WITHOUT_WINDOWS_NAMES.
 */
 
-#include <winsock2.h>
-#include <windows.h>
-
-#undef far
-#undef near
+#if !defined(FERRULE_WITHOUT_WINDOWS_NAMES)
+#    include <winsock2.h>
+#    include <windows.h>
+#    undef far
+#    undef near
+#endif
 
 #endif
