@@ -1,4 +1,4 @@
-# shellcheck shell=bash
+# shellcheck shell=bash disable=SC2154
 # SPDX-License-Identifier: BSD-3-Clause
 #
 # What the recipes for OpenSSL 1.0.2h share; sourced after recipe.sh.
