@@ -98,6 +98,20 @@ std::optional<int> takeZone(TimeText& text)
     return zone[0] == '-' ? -offset : offset;
 }
 
+//! As mktime(), also where that knows no times before 1970.
+std::time_t secondsOf(std::tm& time)
+{
+    constexpr int CYCLE_YEARS = 28; // After which the calendar is the same.
+    constexpr std::time_t CYCLE_SECONDS = std::time_t(CYCLE_YEARS * 365 + 7) * 24 * SECONDS_OF_HOUR;
+    std::tm later = time;
+    const std::time_t seconds = std::mktime(&time);
+    if (seconds != std::time_t(-1) || later.tm_year >= 70)
+        return seconds;
+    later.tm_year += CYCLE_YEARS;
+    time = later;
+    return std::mktime(&time) - CYCLE_SECONDS;
+}
+
 std::optional<qint64> localSeconds(const QByteArray& digits)
 {
     int fields[6] = {};
@@ -115,7 +129,7 @@ std::optional<qint64> localSeconds(const QByteArray& digits)
     time.tm_hour = fields[3];
     time.tm_min = fields[4];
     time.tm_sec = fields[5];
-    const std::time_t seconds = std::mktime(&time);
+    const std::time_t seconds = secondsOf(time);
     if (seconds == std::time_t(-1))
         return std::nullopt;
     return qint64(seconds) - (time.tm_isdst > 0 ? SECONDS_OF_HOUR : 0);

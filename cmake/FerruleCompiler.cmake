@@ -17,6 +17,10 @@ target_compile_options(ferrule_compiler INTERFACE -Wall -Wextra -Wpedantic -Wsha
 # A library with GNU unique symbols could never be unloaded again.
 target_compile_options(ferrule_compiler INTERFACE
     $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique>)
+if(WIN32)
+    # Keeps CryptoAPI out of OpenSSL's headers, which would lose names to its macros.
+    target_compile_definitions(ferrule_compiler INTERFACE WIN32_LEAN_AND_MEAN NOMINMAX)
+endif()
 if(FERRULE_WERROR)
     target_compile_options(ferrule_compiler INTERFACE -Werror)
 endif()

@@ -29,3 +29,7 @@ file(RELATIVE_PATH ferrule_pc_prefix
     ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
 configure_file(${CMAKE_CURRENT_LIST_DIR}/ferrule.pc.in ${PROJECT_BINARY_DIR}/ferrule.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/ferrule.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+if(FERRULE_WINDOWS_DEPENDENCIES)
+    include(FerruleWindowsPackage)
+endif()

@@ -20,3 +20,9 @@ target_include_directories(Ferrule PUBLIC
 add_library(ferrule_internals INTERFACE)
 target_link_libraries(ferrule_internals INTERFACE ${ferrule_subsystems} ${ferrule_objects})
 target_compile_definitions(ferrule_internals INTERFACE FERRULE_STATIC)
+
+if(WIN32)
+    include(FerruleWindows)
+    ferrule_make_dll(Ferrule)
+    target_link_libraries(ferrule_internals INTERFACE crypt32)
+endif()

@@ -25,3 +25,17 @@ function(ferrule_unpack_corpus name)
         file(TOUCH ${stamp})
     endif()
 endfunction()
+
+# Programs of a cross-build run under Wine, where they find the DLLs that they link.
+if(WIN32 AND CMAKE_CROSSCOMPILING)
+    ferrule_find_runtime(ferrule_runtime)
+    set(ferrule_dll_directories ${PROJECT_BINARY_DIR})
+    foreach(file IN LISTS ferrule_runtime)
+        get_filename_component(directory ${file} DIRECTORY)
+        list(APPEND ferrule_dll_directories ${directory})
+    endforeach()
+    list(REMOVE_DUPLICATES ferrule_dll_directories)
+    list(JOIN ferrule_dll_directories ":" ferrule_dll_directories)
+    set(CMAKE_CROSSCOMPILING_EMULATOR ${PROJECT_SOURCE_DIR}/tests/windows/wine-run.sh
+        ${PROJECT_BINARY_DIR}/wine ${ferrule_dll_directories})
+endif()

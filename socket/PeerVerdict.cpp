@@ -28,9 +28,13 @@ QDateTime parseDate(const QString& text)
 
 qint32 serialNumber(X509* x509)
 {
-    const qint64 serial = ASN1_INTEGER_get(X509_get_serialNumber(x509));
+    const ASN1_INTEGER* const number = X509_get_serialNumber(x509);
+    const qint64 serial = ASN1_INTEGER_get(number);
     using Range = std::numeric_limits<qint32>;
-    return serial < Range::min() || serial > Range::max() ? -1 : static_cast<qint32>(serial);
+    // Where long has 32 bits, a number just too large for it comes out with the other sign.
+    const bool hasSign = (serial < 0) == (number->type == V_ASN1_NEG_INTEGER);
+    const bool fits = hasSign && serial >= Range::min() && serial <= Range::max();
+    return fits ? static_cast<qint32>(serial) : -1;
 }
 
 bool matches(const PeerIdentity& peer, const QString& hostName)

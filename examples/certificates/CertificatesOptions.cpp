@@ -24,7 +24,7 @@ const char DESCRIPTION[] =
     "Times from 2050 on may show as a moment from 2024 to 2028.\n"
     "\n"
     "Exit status, with several failures that of the first:\n"
-    "  0  all was shown, and written (or --help, --version)\n"
+    "  0  all was shown, and written (or --about, --help, --version)\n"
     "  1  the command line is wrong\n"
     "  2  a FILE cannot be read, or holds no certificate\n"
     "  3  a FILE is damaged: the certificates before the damage are shown, none is written\n"

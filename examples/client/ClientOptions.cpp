@@ -34,7 +34,7 @@ const char DESCRIPTION[] =
     "with no certificate.\n"
     "\n"
     "Exit status:\n"
-    "  0  the connection ended in order (or --help, --version)\n"
+    "  0  the connection ended in order (or --about, --help, --version)\n"
     "  1  the command line is wrong\n"
     "  2  a certificate, key, authority or cipher list cannot be used\n"
     "  3  no connection: unknown host, closed port, unreachable, refused by the proxy\n"

@@ -45,7 +45,7 @@ struct ClientOptions
 
     /*!
         Reads \a arguments, the program's name first. Returns false when the program is to end with
-        \a status: after an error, which it prints, and after --help and --version.
+        \a status: after an error, which it prints, and after --about, --help and --version.
     */
     bool parse(const QStringList& arguments, int& status);
 };

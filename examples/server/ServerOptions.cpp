@@ -19,7 +19,7 @@ const char DESCRIPTION[] =
     "Ends on SIGTERM and SIGINT, and drops the connections that are open then.\n"
     "\n"
     "Exit status:\n"
-    "  0  ended by a signal (or --help, --version)\n"
+    "  0  ended by a signal (or --about, --help, --version)\n"
     "  1  the command line is wrong\n"
     "  2  the certificate, key, cipher list or file cannot be used\n"
     "  3  cannot listen on the address and port";

@@ -21,14 +21,22 @@ QByteArray runOpenSsl(const QStringList& arguments, const QByteArray& input = QB
 
 } // namespace test
 
-/*! Skips the test function where `openssl` is not installed; fails it in continuous integration. */
-#define FERRULE_REQUIRE_OPENSSL_COMMAND()                                                          \
-    do {                                                                                           \
-        if (test::openSslCommand().isEmpty()) {                                                    \
-            if (test::isContinuousIntegration())                                                   \
-                QFAIL("the openssl command is not installed");                                     \
-            QSKIP("the openssl command is not installed");                                         \
-        }                                                                                          \
-    } while (false)
+/*!
+    Skips the test function where `openssl` is not installed; fails it in continuous integration.
+    Windows has no distribution, and the command of the engine built for it is older than the tests.
+*/
+#ifdef Q_OS_WIN
+#    define FERRULE_REQUIRE_OPENSSL_COMMAND()                                                      \
+        QSKIP("the distribution's openssl command does not run on Windows")
+#else
+#    define FERRULE_REQUIRE_OPENSSL_COMMAND()                                                      \
+        do {                                                                                       \
+            if (test::openSslCommand().isEmpty()) {                                                \
+                if (test::isContinuousIntegration())                                               \
+                    QFAIL("the openssl command is not installed");                                 \
+                QSKIP("the openssl command is not installed");                                     \
+            }                                                                                      \
+        } while (false)
+#endif
 
 #endif

@@ -21,8 +21,7 @@ Program::Program(const QString& path, const QStringList& arguments)
     setArguments(arguments);
     connect(this, &QProcess::readyReadStandardOutput, this,
             [this] { m_output += readAllStandardOutput(); });
-    connect(this, &QProcess::readyReadStandardError, this,
-            [this] { m_errors += readAllStandardError(); });
+    connect(this, &QProcess::readyReadStandardError, this, [this] { m_errors += readErrors(); });
 }
 
 Program::~Program()
@@ -55,12 +54,18 @@ bool Program::waitForSize(int size)
            && m_output.size() >= size;
 }
 
+//! As text: lines end with a line feed alone on every system.
+QByteArray Program::readErrors()
+{
+    return readAllStandardError().replace("\r", "");
+}
+
 int Program::finish()
 {
     if (!QTest::qWaitFor([&] { return state() == NotRunning; }, PATIENCE_MSECS))
         return -2;
     m_output += readAllStandardOutput();
-    m_errors += readAllStandardError();
+    m_errors += readErrors();
     return exitStatus() == NormalExit ? exitCode() : -1;
 }
 

@@ -42,6 +42,8 @@ public:
     qint64 peakMemory() const;
 
 private:
+    QByteArray readErrors();
+
     QByteArray m_output;
     QByteArray m_errors;
 };

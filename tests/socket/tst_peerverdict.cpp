@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "socket/PeerVerdict.h"
+#include "tests/common/ImportedWrap.h"
 #include "tests/common/TestCertificates.h"
 
 #include <QtTest/QtTest>
@@ -35,6 +36,7 @@ extern "C" QDateTime __wrap__ZN9QDateTime15currentDateTimeEv()
 {
     return pretendedNow;
 }
+WRAP_IMPORTED(_ZN9QDateTime15currentDateTimeEv)
 
 class PeerVerdictTest : public QObject
 {

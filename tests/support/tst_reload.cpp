@@ -8,6 +8,8 @@
     waits for the end of the application object, and must not be unloaded together with the library.
 */
 
+#include "tests/support/HostModule.h"
+
 #include <QtCore/QDir>
 #include <QtCore/QFile>
 #include <QtCore/QMetaType>
@@ -18,17 +20,12 @@
 #include <openssl/evp.h>
 #include <openssl/ssl.h>
 
-#include <dlfcn.h>
-#include <link.h>
-
-// LeakSanitizer's, where the program is built with it.
-extern "C" __attribute__((weak)) int __lsan_do_recoverable_leak_check();
+using test::HostModule;
 
 namespace {
 
 constexpr int ROUNDS = 3;
 constexpr int BUNDLE_SIZE = 168;
-bool leakCheckIsOver = false;
 
 const QList<QByteArray> TYPE_NAMES = {"SslCertificatePtr",  "vela::SslCertificateChain",
                                       "vela::CertVerify",   "vela::CertAccept",
@@ -37,21 +34,6 @@ const QList<QByteArray> TYPE_NAMES = {"SslCertificatePtr",  "vela::SslCertificat
 const QStringList RESOURCES = {QStringLiteral(":/Certificates/RootCerts.pem"),
                                QStringLiteral(":/Translations/Ferrule_de.qm"),
                                QStringLiteral(":/Translations/Ferrule_fr.qm")};
-
-int countFerrule(dl_phdr_info* info, std::size_t, void* count)
-{
-    if (QByteArray(info->dlpi_name).contains("libFerrule"))
-        ++*static_cast<int*>(count);
-    return 0;
-}
-
-//! Whether the library's segments are mapped into this process.
-bool isLibraryMapped()
-{
-    int count = 0;
-    dl_iterate_phdr(countFerrule, &count);
-    return count > 0;
-}
 
 //! Returns the names of all that lies at the top of Qt's resources.
 QStringList resourceRoots()
@@ -93,30 +75,7 @@ bool engineWorks()
     return waits && wrote;
 }
 
-/*
-    Looks for leaks while the library is there: what it keeps until the process ends, the TLS
-    context and the pooled sessions, can be reached then, and stacks have names. It cannot be
-    reached any more once the library is gone, and would be taken for leaks.
-*/
-bool hasLeaks()
-{
-    return !leakCheckIsOver && __lsan_do_recoverable_leak_check
-           && __lsan_do_recoverable_leak_check() != 0;
-}
-
-bool unload(void* module)
-{
-    leakCheckIsOver = true;
-    return dlclose(module) == 0;
-}
-
 } // namespace
-
-//! Asked at the end of the process.
-extern "C" Q_DECL_EXPORT int __lsan_is_turned_off()
-{
-    return leakCheckIsOver ? 1 : 0;
-}
 
 class ReloadTest : public QObject
 {
@@ -145,7 +104,7 @@ void ReloadTest::initTestCase()
 
 void ReloadTest::checkGone() const
 {
-    QVERIFY(!isLibraryMapped());
+    QVERIFY(!HostModule::isFerruleMapped());
     QCOMPARE(existingResources(), 0);
     QCOMPARE(resourceRoots(), m_resourceRoots);
     QCOMPARE(knownTypes(), 0);
@@ -157,18 +116,17 @@ void ReloadTest::checkGone() const
 void ReloadTest::libraryWorksAfterEachLoad()
 {
     for (int round = 0; round < ROUNDS; ++round) {
-        void* const plugin = dlopen(RELOAD_PLUGIN, RTLD_NOW | RTLD_LOCAL);
-        QVERIFY2(plugin, dlerror());
-        QVERIFY(isLibraryMapped());
-        const auto call = [plugin](const char* name) {
-            return reinterpret_cast<int (*)()>(dlsym(plugin, name))();
-        };
+        HostModule plugin(QStringLiteral(RELOAD_PLUGIN));
+        QVERIFY(plugin.isLoaded());
+        QVERIFY(HostModule::isFerruleMapped());
+        const auto call = [&plugin](const char* name) { return plugin.function(name)(); };
         QCOMPARE(call("reloadQueuedSignals"), TYPE_NAMES.size());
         QCOMPARE(call("reloadImportedRoots"), BUNDLE_SIZE);
         QCOMPARE(call("reloadConversations"), 3);
         QCOMPARE(call("reloadQueuedSignals"), TYPE_NAMES.size());
-        QVERIFY(!hasLeaks());
-        QVERIFY(unload(plugin));
+        QVERIFY(!test::hasLeaks());
+        test::endLeakCheck();
+        QVERIFY(plugin.unload());
         checkGone();
     }
 }
@@ -176,13 +134,14 @@ void ReloadTest::libraryWorksAfterEachLoad()
 void ReloadTest::libraryLeavesNothingBehind()
 {
     for (int round = 0; round < ROUNDS; ++round) {
-        void* const library = dlopen(FERRULE_LIBRARY, RTLD_NOW | RTLD_LOCAL);
-        QVERIFY2(library, dlerror());
-        QVERIFY(isLibraryMapped());
+        HostModule library(QStringLiteral(FERRULE_LIBRARY));
+        QVERIFY(library.isLoaded());
+        QVERIFY(HostModule::isFerruleMapped());
         QCOMPARE(existingResources(), RESOURCES.size());
         QCOMPARE(knownTypes(), TYPE_NAMES.size());
         QVERIFY(engineWorks());
-        QVERIFY(unload(library));
+        test::endLeakCheck();
+        QVERIFY(library.unload());
         checkGone();
     }
 }

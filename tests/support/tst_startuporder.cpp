@@ -8,6 +8,7 @@
 
 #include "resources/ResourceTables.h"
 #include "socket/SessionPool.h"
+#include "tests/common/ImportedWrap.h"
 
 #include <Ferrule/CertificateStore.h>
 
@@ -74,7 +75,11 @@ bool isAttributeKey(const char* text)
 #define DETACH_CONTEXT _ZN4vela10SslContext6detachEv
 #define REMOVE_LOCKING _ZN4vela20removeOpenSslLockingEv
 #define MAKE_STRING _ZN7QString17fromLatin1_helperEPKci
-#define FREE_STRING _ZN10QArrayData10deallocateEPS_mm
+#ifdef Q_OS_WIN // Where std::size_t is another type.
+#    define FREE_STRING _ZN10QArrayData10deallocateEPS_yy
+#else
+#    define FREE_STRING _ZN10QArrayData10deallocateEPS_mm
+#endif
 #define REGISTER_TYPE                                                                              \
     _ZN9QMetaType22registerNormalizedTypeERK10QByteArrayPFvPvEPFS3_S3_PKvEi6QFlagsINS_8TypeFlagEEPK11QMetaObject
 #define UNREGISTER_TYPE _ZN9QMetaType14unregisterTypeEi
@@ -202,6 +207,12 @@ void WRAP(DESTROY_CHAIN)(void* chain)
 
 } // extern "C"
 
+#define IMPORTED(name) WRAP_IMPORTED(name)
+IMPORTED(MAKE_STRING)
+IMPORTED(FREE_STRING)
+IMPORTED(REGISTER_TYPE)
+IMPORTED(UNREGISTER_TYPE)
+
 class StartupOrderTest : public QObject
 {
     Q_OBJECT
@@ -229,6 +240,7 @@ void StartupOrderTest::initTestCase()
     QCOMPARE(process.exitStatus(), QProcess::NormalExit);
     QCOMPARE(process.exitCode(), 0);
     const QStringList lines = QString::fromLatin1(process.readAllStandardOutput())
+                                  .remove(QLatin1Char('\r'))
                                   .split(QLatin1Char('\n'), Qt::SkipEmptyParts);
     const int main = lines.indexOf(QStringLiteral("main"));
     QVERIFY2(main >= 0, qPrintable(lines.join(QLatin1Char('\n'))));

@@ -1,0 +1,21 @@
+# SPDX-License-Identifier: BSD-3-Clause
+# Builds for 64-bit Windows with mingw-w64 as Debian packages it (g++-mingw-w64-x86-64-posix).
+# FERRULE_WINDOWS_DEPENDENCIES is the directory that cmake/recipes/windows.sh prints.
+
+set(CMAKE_SYSTEM_NAME Windows)
+set(CMAKE_SYSTEM_PROCESSOR x86_64)
+set(CMAKE_CXX_COMPILER x86_64-w64-mingw32-g++-posix)
+set(CMAKE_RC_COMPILER x86_64-w64-mingw32-windres)
+
+if(NOT FERRULE_WINDOWS_DEPENDENCIES)
+    message(FATAL_ERROR "FERRULE_WINDOWS_DEPENDENCIES is to name what cmake/recipes/windows.sh prints")
+endif()
+set(CMAKE_TRY_COMPILE_PLATFORM_VARIABLES FERRULE_WINDOWS_DEPENDENCIES)
+
+set(CMAKE_FIND_ROOT_PATH
+    ${FERRULE_WINDOWS_DEPENDENCIES}/qt ${FERRULE_WINDOWS_DEPENDENCIES}/openssl
+    ${FERRULE_WINDOWS_DEPENDENCIES}/boost /usr/x86_64-w64-mingw32)
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
