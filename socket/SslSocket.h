@@ -182,8 +182,8 @@ public:
     //! \{
 
     /*!
-        The OpenSSL cipher list, empty for the list in force. Set on the context that all sockets
-        share: it stays in force for sockets that name none.
+        The OpenSSL cipher list, empty for the list in force. It stays in force for all sockets
+        that are set up later and name none; connections that stand or are being made keep theirs.
     */
     QString ciphers() const;
     void setCiphers(const QString& ciphers);

@@ -275,7 +275,8 @@ void TestThreads::socketsOfManyThreadsEachHaveTheirCiphers()
 {
     const QByteArray certificate = QFile::encodeName(m_files.certificate);
     const QByteArray key = QFile::encodeName(m_files.key);
-    const char* const ciphers[] = {"AES128-SHA", "AES256-SHA", "AES256-GCM-SHA384"};
+    const char* const ciphers[] = {"ECDHE-ECDSA-AES128-SHA", "ECDHE-ECDSA-AES256-SHA",
+                                   "ECDHE-ECDSA-AES256-GCM-SHA384"};
     std::vector<std::future<int>> threads;
     for (int number = 0; number < THREADS; ++number) {
         const char* const cipher = ciphers[std::size_t(number) % std::size(ciphers)];

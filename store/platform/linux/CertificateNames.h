@@ -28,7 +28,7 @@ struct GeneralName
 /*!
     Returns the names that a certificate is for: its alternative names and the mail addresses in its
     subject. Of one that is no authority also the common name, as far as it is a host name of
-   several labels and there is no other host name: there are clients that would connect by it.
+    several labels and there is no other host name: there are clients that would connect by it.
 */
 std::vector<GeneralName> namesOf(X509* x509, const GENERAL_NAMES* alternativeNames,
                                  bool isAuthority);

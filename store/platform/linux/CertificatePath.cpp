@@ -204,7 +204,7 @@ bool isPolicyDemanded(const CertificatePath& path)
 /*!
     Whether \a path can meet a demand, and the engine may find out. It leaks what it has read of
     certificates without policies, or with one twice; and with mappings each certificate can
-   multiply the tree of policies, for which the reference engine knows no limit.
+    multiply the tree of policies, for which the reference engine knows no limit.
 */
 bool arePoliciesUsable(const CertificatePath& path)
 {

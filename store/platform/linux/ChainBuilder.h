@@ -35,8 +35,8 @@ private:
     There can be several: authorities certify each other, and renew their certificates under the
     same name and key. All of them are tried, the likeliest first, until one is valid; otherwise the
     one with the least wrong with it is the answer. An issuer that is trusted ends a path, whether
-   it is self-signed or not; the certificate itself only if it is. Which issuer a key identifier
-   means is a hint, the signature decides.
+    it is self-signed or not; the certificate itself only if it is. Which issuer a key identifier
+    means is a hint, the signature decides.
 
     The search ends with the best path so far when it has tried `MAX_PATHS` paths or verified
     `MAX_SIGNATURES` signatures, so that certificates made for the purpose cannot keep it busy. No

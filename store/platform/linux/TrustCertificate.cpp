@@ -23,7 +23,7 @@ constexpr qint64 SECONDS_OF_DAY = 86400;
 /*!
     The certificates in use, by encoding, and the last that were decoded: hosts meet the same peers
     again, and to decode a certificate can take longer than to judge a chain. Entries of
-   certificates that have gone are swept up.
+    certificates that have gone are swept up.
 */
 class CertificatePool
 {
