@@ -307,6 +307,7 @@ void ProxySocketTest::requestNamesAHostAddressByItsText()
 void ProxySocketTest::tunnelIsAPlainChildWithoutAProxy()
 {
     ScriptedProxy proxy;
+    proxy.reply.clear(); // Once adopted, the tunnel tells the server's port.
     ProxiedClient socket(proxy);
     QTcpSocket* own = socket.socket();
     socket.connectToHost(TARGET, TARGET_PORT);
