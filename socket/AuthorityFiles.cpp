@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "socket/AuthorityFiles.h"
 
+#include "support/EngineFileName.h"
+
 #include <QtCore/QDateTime>
-#include <QtCore/QFile>
 #include <QtCore/QFileInfo>
 #include <QtCore/QMap>
 
@@ -25,7 +26,7 @@ struct Stamp
 Stamp stampOf(const QByteArray& file)
 {
     Stamp stamp;
-    const QFileInfo info(QFile::decodeName(file));
+    const QFileInfo info(fileOfEngineName(file));
     if (info.exists()) {
         stamp.modified = info.lastModified().toMSecsSinceEpoch();
         stamp.size = info.size();

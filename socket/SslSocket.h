@@ -203,7 +203,10 @@ public:
     QString pathToCACertFile() const;
     void setPathToCACertFile(const QString& path);
 
-    //! A directory of trusted authorities under their hashed names; added likewise.
+    /*!
+        A directory of trusted authorities under their hashed names; added likewise. On Windows the
+        path is limited to the characters of the system's code page; those of files are not.
+    */
     QString pathToCACertDir() const;
     void setPathToCACertDir(const QString& path);
     //! \}

@@ -5,6 +5,7 @@
 #include "socket/SessionPool.h"
 #include "socket/SslContext.h"
 #include "socket/SslSocketPrivate.h"
+#include "support/EngineFileName.h"
 #include "support/OpenSslCompat.h"
 #include "support/OpenSslErrors.h"
 #include "support/OpenSslHandles.h"
@@ -141,8 +142,8 @@ QString SslSocketPrivate::applyCipherList()
 
 QString SslSocketPrivate::loadIdentity(SSL_CTX* context)
 {
-    const QByteArray certificate = QFile::encodeName(pathToCertificate);
-    const QByteArray key = QFile::encodeName(pathToPrivateKey);
+    const QByteArray certificate = engineFileName(pathToCertificate);
+    const QByteArray key = engineFileName(pathToPrivateKey);
     AuthorityFiles::loadDefaults(context);
     // Each error is taken at once: the calls that follow may empty OpenSSL's queue.
     const QString certificateError = takeErrorUnless(
@@ -164,7 +165,8 @@ QString SslSocketPrivate::loadAuthorities(SSL_CTX* context)
 {
     if (pathToCACertFile.isEmpty() && pathToCACertDir.isEmpty())
         return QString();
-    const QByteArray file = QFile::encodeName(pathToCACertFile);
+    const QByteArray file = engineFileName(pathToCACertFile);
+    // In directories, OpenSSL looks for files by the means of the C library.
     const QByteArray directory = QFile::encodeName(pathToCACertDir);
     if (AuthorityFiles::load(context, file, directory))
         return QString();

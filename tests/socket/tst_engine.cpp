@@ -91,6 +91,7 @@ private Q_SLOTS:
     void wrongAuthoritiesFail_data();
     void wrongAuthoritiesFail();
     void authoritiesAreLoadedFromADirectory();
+    void filesMayHaveAnyName();
     void changedAuthoritiesAreLoadedAgain();
     void clientIgnoresCertificateAndKey();
     void failureLeavesNothingBehind();
@@ -347,6 +348,27 @@ void EngineTest::authoritiesAreLoadedFromADirectory()
     socket.connectToHost(LOCALHOST, server.serverPort());
     QVERIFY(verdict.wait());
     QCOMPARE(verdict.first().first().value<vela::CertVerify>(), vela::VerifyOk);
+}
+
+void EngineTest::filesMayHaveAnyName()
+{
+    // Greek, Cyrillic and Chinese: no code page of Windows has them all.
+    const QString name = QString::fromUtf8("\xCE\xBA \xD0\xBA \xE8\xAD\x89");
+    const test::Authority authority(QStringLiteral("Authority in a file with such a name"));
+    const QString file =
+        m_directory->writeCertificate(name + QStringLiteral(".ca"), authority.root);
+    QVERIFY2(QFile::exists(file), "the locale of this test has no such characters");
+    test::TlsServer server(authority.issue());
+    SslSocket client(SslSocket::Client);
+    client.setPathToCACertFile(file);
+    QSignalSpy verdict(&client, &SslSocket::connectionVerificationDone);
+    client.connectToHost(LOCALHOST, server.serverPort());
+    QVERIFY(verdict.wait());
+    QCOMPARE(verdict.first().first().value<vela::CertVerify>(), vela::VerifyOk);
+
+    makeServer()->setPathToCertificate(m_directory->writeCertificate(name, m_identity));
+    m_socket->setPathToPrivateKey(m_directory->writeKey(name + QStringLiteral(".key"), m_identity));
+    QVERIFY2(m_socket->sslAccept(), qPrintable(m_socket->errorString()));
 }
 
 // An unchanged file is not read again; a changed one has to be.
