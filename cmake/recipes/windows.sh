@@ -8,8 +8,14 @@ set -euo pipefail
 recipes=$(dirname "$(readlink -f "${BASH_SOURCE[0]}")")
 cache=${FERRULE_CACHE:-$HOME/.cache/ferrule}
 
+# Side by side, as either leaves a processor idle for minutes.
+answer=$(mktemp)
+trap 'rm -f "$answer"' EXIT
+"$recipes/openssl-1.0.2-windows.sh" >"$answer" &
+openssl_build=$!
 qt=$("$recipes/qt-windows.sh")
-openssl=$("$recipes/openssl-1.0.2-windows.sh")
+wait "$openssl_build"
+openssl=$(<"$answer")
 
 key=$(printf '%s\n' "$qt" "$openssl" | sha256sum | cut -c1-16)
 directory=$cache/windows-$key
