@@ -32,4 +32,6 @@ install(FILES ${PROJECT_BINARY_DIR}/ferrule.pc DESTINATION ${CMAKE_INSTALL_LIBDI
 
 if(FERRULE_WINDOWS_DEPENDENCIES)
     include(FerruleWindowsPackage)
+elseif(EXISTS /etc/debian_version AND ferrule_is_top_level)
+    include(FerruleDebianPackage)
 endif()
