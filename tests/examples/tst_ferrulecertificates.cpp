@@ -260,9 +260,16 @@ void tst_FerruleCertificates::nothingToRead_data()
         QTest::newRow(name) << m_directory.write(QString::fromLatin1(name), content)
                             << QByteArray(reason);
     };
-    QTest::newRow("missing") << m_directory.path() + QStringLiteral("/missing")
-                             << QByteArray("No such file");
-    QTest::newRow("directory") << m_directory.path() << QByteArray("directory");
+    // In the words of the system.
+#ifdef Q_OS_WIN
+    const QByteArray missing("File not found");
+    const QByteArray directory("Access denied");
+#else
+    const QByteArray missing("No such file");
+    const QByteArray directory("directory");
+#endif
+    QTest::newRow("missing") << m_directory.path() + QStringLiteral("/missing") << missing;
+    QTest::newRow("directory") << m_directory.path() << directory;
     row("empty", QByteArray(), "holds no certificate");
     row("text", "Nothing to see here.\n", "holds no certificate");
     row("key", m_end.keyPem(), "holds no certificate");

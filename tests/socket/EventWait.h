@@ -10,6 +10,13 @@ namespace test {
 
 constexpr int PATIENCE_MSECS = 20000;
 
+//! How long to wait for an event. On Windows, Qt goes on waiting when it has sent posted events.
+#ifdef Q_OS_WIN
+constexpr int NAP_MSECS = 5;
+#else
+constexpr int NAP_MSECS = PATIENCE_MSECS;
+#endif
+
 /*!
     Runs the calling thread's events until \a done returns true; false when that takes longer than
     \a msecs. Carries out deferred deletions, and wakes up with the event, not at intervals.
@@ -19,7 +26,7 @@ bool waitFor(Done done, int msecs = PATIENCE_MSECS)
 {
     const QDeadlineTimer deadline(msecs);
     QTimer alarm;
-    alarm.start(msecs);
+    alarm.start(qMin(msecs, NAP_MSECS));
     for (;;) {
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
         if (done())

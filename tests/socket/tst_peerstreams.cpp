@@ -4,6 +4,7 @@
 #include "TcpPair.h"
 
 #include "tests/common/TestCertificates.h"
+#include "tests/common/Wine.h"
 
 #include <Ferrule/SslSocket.h>
 
@@ -45,6 +46,8 @@ public:
 
     bool isOver() const
     {
+        if (m_peer->state() == QAbstractSocket::UnconnectedState)
+            noticeEnd(m_socket->socket());
         return m_socket->state() == QAbstractSocket::UnconnectedState
                && m_socket->socket()->state() == QAbstractSocket::UnconnectedState;
     }

@@ -6,6 +6,7 @@
 */
 
 #include "tests/common/LogStream.h"
+#include "tests/common/Wine.h"
 #include "tests/store/StoreCertificates.h"
 #include "tests/store/platform/ImportedRoots.h"
 
@@ -57,12 +58,6 @@ public:
         return encoded;
     }
 };
-
-//! Wine has a CryptoAPI of its own, which lacks some things.
-bool isWine()
-{
-    return GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr;
-}
 
 void CALLBACK countCall(void* count, BOOLEAN timedOut)
 {
