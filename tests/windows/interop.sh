@@ -50,6 +50,7 @@ has_peer() {
 # await <log> <pattern>: sets port to what the pattern finds in the log of a server.
 await() {
     port=
+    touch "$1"
     for _ in $(seq 400); do
         port=$(sed -n "s/$2/\\1/p" "$1")
         [ -z "$port" ] || return 0
@@ -85,6 +86,7 @@ client() {
 end_server() {
     kill -KILL "${processes[-1]}"
     wait "${processes[-1]}" 2>/dev/null || true
+    unset 'processes[-1]'
 }
 
 make_files() {
@@ -97,10 +99,15 @@ make_files() {
     head -c 1048576 /dev/urandom >data
 }
 
-client_meets_openssl() {
+# Starts the server that openssl is, and sets port.
+start_openssl() {
     openssl s_server -accept 127.0.0.1:0 -cert server.pem -key server.key -WWW >peer.log 2>&1 &
     processes+=("$!")
     await peer.log '^ACCEPT .*:\([0-9]*\)$'
+}
+
+client_meets_openssl() {
+    start_openssl
     client
     client --repeat 2
     expect report.log 'session      new' 'session      reused'
@@ -151,6 +158,65 @@ TEXT
     done
     client --repeat 2
     expect report.log 'session      new' 'session      reused'
+    end_server
+}
+
+# start_proxy <command...>: starts it, without the rights of root, and waits until it listens on port.
+start_proxy() {
+    local unprivileged=()
+    [ "$(id -u)" != 0 ] || unprivileged=(setpriv --reuid nobody --regid nogroup --clear-groups)
+    chmod a+rx . && chmod a+r proxy.conf
+    PATH=$PATH:/usr/sbin "${unprivileged[@]}" "$@" >proxy.log 2>&1 &
+    processes+=("$!")
+    for _ in $(seq 400); do
+        ! (: <"/dev/tcp/127.0.0.1/$port") 2>/dev/null || return 0
+        sleep 0.05
+    done
+    fail "the proxy does not listen" proxy.log
+}
+
+# ask_through <credentials>: asks a server for /data through the proxy that was started last.
+ask_through() {
+    local proxy=${1:+$1@}127.0.0.1:$port
+    start_openssl
+    client --proxy "$proxy"
+    end_server
+}
+
+client_meets_squid() {
+    free_port
+    cat >proxy.conf <<TEXT
+http_port 127.0.0.1:$port
+pid_filename none
+visible_hostname localhost
+coredump_dir $work
+cache_log /dev/null
+access_log none
+cache deny all
+cache_mem 8 MB
+max_filedescriptors 1024
+pinger_enable off
+dns_nameservers 127.0.0.1
+shutdown_lifetime 0 seconds
+http_access allow all
+TEXT
+    start_proxy squid -N -d1 -f "$work/proxy.conf"
+    ask_through ''
+    end_server
+}
+
+client_meets_tinyproxy() {
+    free_port
+    cat >proxy.conf <<TEXT
+Listen 127.0.0.1
+Port $port
+Timeout 60
+MaxClients 100
+LogLevel Warning
+BasicAuth user secret
+TEXT
+    start_proxy tinyproxy -d -c "$work/proxy.conf"
+    ask_through user:secret
     end_server
 }
 
@@ -208,8 +274,8 @@ server_meets_curl() {
 }
 
 make_files >openssl.log 2>&1 || fail "no certificates" openssl.log
-for exchange in client:openssl client:gnutls:gnutls-serv client:nginx \
-    server:openssl server:gnutls:gnutls-cli server:curl; do
+for exchange in client:openssl client:gnutls:gnutls-serv client:nginx client:squid \
+    client:tinyproxy server:openssl server:gnutls:gnutls-cli server:curl; do
     IFS=: read -r role peer command <<<"$exchange"
     has_peer "${command:-$peer}" || continue
     echo "-- $role meets $peer"
