@@ -21,10 +21,10 @@ function(ferrule_add_subsystem name)
 
     foreach(header IN LISTS ARG_PUBLIC_HEADERS)
         get_filename_component(file ${header} NAME)
-        file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/forward/${file}
-            "#include \"${CMAKE_CURRENT_SOURCE_DIR}/${header}\"\n")
-        file(COPY ${CMAKE_CURRENT_BINARY_DIR}/forward/${file}
-            DESTINATION ${PROJECT_BINARY_DIR}/include/Ferrule)
+        set(forward "#include \"${CMAKE_CURRENT_SOURCE_DIR}/${header}\"\n")
+        # Unlike file(WRITE), leaves a file alone that holds this already.
+        file(CONFIGURE OUTPUT ${PROJECT_BINARY_DIR}/include/Ferrule/${file}
+            CONTENT "${forward}" @ONLY)
         if(FERRULE_INSTALL)
             install(FILES ${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/Ferrule)
         endif()
