@@ -96,3 +96,5 @@ void HelloCollector::acceptConnections()
 }
 
 } // namespace test
+
+#include "moc_ClientHello.cpp"

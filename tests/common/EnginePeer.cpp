@@ -99,3 +99,5 @@ void EnginePeer::flush()
 }
 
 } // namespace test
+
+#include "moc_EnginePeer.cpp"

@@ -152,3 +152,5 @@ void PeerProcess::setupChildProcess()
 }
 
 } // namespace test
+
+#include "moc_PeerProcess.cpp"

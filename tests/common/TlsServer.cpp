@@ -51,3 +51,5 @@ Identity Authority::issue(const QString& commonName) const
 }
 
 } // namespace test
+
+#include "moc_TlsServer.cpp"

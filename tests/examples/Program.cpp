@@ -199,3 +199,5 @@ bool isOneLine(const QByteArray& text)
 }
 
 } // namespace test
+
+#include "moc_Program.cpp"

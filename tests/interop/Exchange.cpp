@@ -195,3 +195,5 @@ QString Exchange::verdict() const
 }
 
 } // namespace test
+
+#include "moc_Exchange.cpp"

@@ -147,3 +147,5 @@ TunnelClient::TunnelClient(const PeerFiles& files, const ProxyProcess& proxy, co
 }
 
 } // namespace test
+
+#include "moc_HttpProxies.cpp"

@@ -176,3 +176,5 @@ bool readHeader(vela::SslSocket* socket, QByteArray* header)
 }
 
 } // namespace test
+
+#include "moc_TlsPeers.cpp"

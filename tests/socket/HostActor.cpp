@@ -123,3 +123,5 @@ void HostActor::act()
 }
 
 } // namespace test
+
+#include "moc_HostActor.cpp"

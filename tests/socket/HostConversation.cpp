@@ -212,3 +212,5 @@ void HostConversation::doNow(PeerDeed deed)
 }
 
 } // namespace test
+
+#include "moc_HostConversation.cpp"

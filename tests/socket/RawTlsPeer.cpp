@@ -116,3 +116,5 @@ void RawTlsPeer::flush()
 }
 
 } // namespace test
+
+#include "moc_RawTlsPeer.cpp"

@@ -39,3 +39,5 @@ ServingProxy::ServingProxy(const Identity& identity)
 }
 
 } // namespace test
+
+#include "moc_ScriptedProxy.cpp"
