@@ -5,16 +5,13 @@
 # carries no debug symbols.
 
 cmake_minimum_required(VERSION 3.18)
+include(${CMAKE_CURRENT_LIST_DIR}/DllTables.cmake)
 
 set(HIGH_ENTROPY_VA 0x20)
 set(DYNAMIC_BASE 0x40)
 set(NX_COMPAT 0x100)
 
-execute_process(COMMAND ${OBJDUMP} --private-headers --section-headers ${DLL}
-    OUTPUT_VARIABLE headers RESULT_VARIABLE result)
-if(NOT result EQUAL 0)
-    message(FATAL_ERROR "${OBJDUMP} failed: ${result}")
-endif()
+read_dll_tables(headers --private-headers --section-headers)
 if(NOT headers MATCHES "DllCharacteristics[ \t]+([0-9a-fA-F]+)")
     message(FATAL_ERROR "${OBJDUMP} shows no DllCharacteristics")
 endif()

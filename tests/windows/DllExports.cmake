@@ -6,12 +6,9 @@
 # is written to FOUND; after a change that is meant, FOUND becomes EXPECTED.
 
 cmake_minimum_required(VERSION 3.18)
+include(${CMAKE_CURRENT_LIST_DIR}/DllTables.cmake)
 
-execute_process(COMMAND ${OBJDUMP} --private-headers ${DLL}
-    OUTPUT_VARIABLE headers RESULT_VARIABLE result)
-if(NOT result EQUAL 0)
-    message(FATAL_ERROR "${OBJDUMP} failed: ${result}")
-endif()
+read_dll_tables(headers --private-headers)
 string(REGEX MATCHALL "\n\t\\[ *[0-9]+\\] [A-Za-z_][^\n]*" lines "${headers}")
 string(REGEX REPLACE "\n\t\\[ *[0-9]+\\] " "" names "${lines}")
 list(JOIN names "\n" names)

@@ -5,6 +5,7 @@
 # does without one that it is built on.
 
 cmake_minimum_required(VERSION 3.18)
+include(${CMAKE_CURRENT_LIST_DIR}/DllTables.cmake)
 
 set(EXPECTED
     KERNEL32.dll msvcrt.dll CRYPT32.dll
@@ -12,11 +13,7 @@ set(EXPECTED
     Qt5Core.dll Qt5Network.dll Qt5Xml.dll
     LIBEAY32.dll SSLEAY32.dll)
 
-execute_process(COMMAND ${OBJDUMP} --private-headers ${DLL}
-    OUTPUT_VARIABLE headers RESULT_VARIABLE result)
-if(NOT result EQUAL 0)
-    message(FATAL_ERROR "${OBJDUMP} failed: ${result}")
-endif()
+read_dll_tables(headers --private-headers)
 string(REGEX MATCHALL "DLL Name: [^\n]*" found "${headers}")
 string(REPLACE "DLL Name: " "" found "${found}")
 list(SORT found CASE INSENSITIVE)
