@@ -1,40 +1,15 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "socket/AuthorityFiles.h"
 
-#include "support/EngineFileName.h"
+#include "socket/FileVersion.h"
 
-#include <QtCore/QDateTime>
-#include <QtCore/QFileInfo>
 #include <QtCore/QMap>
 
 namespace vela {
 
 namespace {
 
-//! What tells one state of a source of authorities from another.
-struct Stamp
-{
-    qint64 modified = -1;
-    qint64 size = -1;
-
-    bool operator==(const Stamp& other) const
-    {
-        return modified == other.modified && size == other.size;
-    }
-};
-
-Stamp stampOf(const QByteArray& file)
-{
-    Stamp stamp;
-    const QFileInfo info(fileOfEngineName(file));
-    if (info.exists()) {
-        stamp.modified = info.lastModified().toMSecsSinceEpoch();
-        stamp.size = info.size();
-    }
-    return stamp;
-}
-
-using LoadedFiles = QMap<QPair<QByteArray, QByteArray>, Stamp>;
+using LoadedFiles = QMap<QPair<QByteArray, QByteArray>, FileVersion>;
 
 // Guarded by the context's mutex, and like the context never destroyed.
 LoadedFiles& loadedFiles()
@@ -46,7 +21,7 @@ LoadedFiles& loadedFiles()
 bool isLoaded(const QByteArray& file, const QByteArray& directory)
 {
     const auto loaded = loadedFiles().constFind({file, directory});
-    return loaded != loadedFiles().constEnd() && *loaded == stampOf(file);
+    return loaded != loadedFiles().constEnd() && *loaded == FileVersion::of(file);
 }
 
 QByteArray environmentOr(const char* variable, const char* otherwise)
@@ -64,7 +39,7 @@ void AuthorityFiles::loadDefaults(SSL_CTX* context)
         environmentOr(X509_get_default_cert_dir_env(), X509_get_default_cert_dir());
     if (isLoaded(file, directory))
         return;
-    loadedFiles().insert({file, directory}, stampOf(file));
+    loadedFiles().insert({file, directory}, FileVersion::of(file));
     SSL_CTX_set_default_verify_paths(context);
 }
 
@@ -72,13 +47,13 @@ bool AuthorityFiles::load(SSL_CTX* context, const QByteArray& file, const QByteA
 {
     if (isLoaded(file, directory))
         return true;
-    const Stamp stamp = stampOf(file);
+    const FileVersion version = FileVersion::of(file);
     if (SSL_CTX_load_verify_locations(context, file.isEmpty() ? nullptr : file.constData(),
                                       directory.isEmpty() ? nullptr : directory.constData())
         != 1) {
         return false;
     }
-    loadedFiles().insert({file, directory}, stamp);
+    loadedFiles().insert({file, directory}, version);
     return true;
 }
 

@@ -33,6 +33,8 @@ char* RingBuffer::reserve(int bytes)
     m_size += bytes;
     QByteArray& last = m_chunks.last();
     const int start = m_tail;
+    if (last.isNull())
+        last = QByteArray(std::max(BASIC_BLOCK_SIZE, bytes), Qt::Uninitialized);
     if (bytes <= last.size() - start) {
         m_tail += bytes;
         return last.data() + start;
@@ -61,7 +63,7 @@ void RingBuffer::free(qint64 bytes)
         m_head = 0;
         if (m_chunks.size() == 1) {
             if (m_chunks.first().size() != BASIC_BLOCK_SIZE)
-                m_chunks.first() = QByteArray(BASIC_BLOCK_SIZE, Qt::Uninitialized);
+                m_chunks.first() = QByteArray();
             m_tail = 0;
             return;
         }
@@ -123,7 +125,7 @@ void RingBuffer::append(const char* data, qint64 length)
 void RingBuffer::clear()
 {
     m_chunks.clear();
-    m_chunks.append(QByteArray(BASIC_BLOCK_SIZE, Qt::Uninitialized));
+    m_chunks.append(QByteArray());
     m_head = 0;
     m_tail = 0;
     m_size = 0;

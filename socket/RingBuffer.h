@@ -55,6 +55,8 @@ public:
     void clear();
 
 private:
+    // A null chunk stands for one of the basic block size that is allocated once it is needed: most
+    // connections are idle most of the time.
     QList<QByteArray> m_chunks;
     int m_head = 0; // Where the unread bytes start in the first chunk.
     int m_tail = 0; // Where the free space starts in the last chunk.

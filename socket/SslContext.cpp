@@ -65,16 +65,26 @@ void configure(SSL_CTX* context)
     // Without it a read that meets a renegotiation gives up although decrypted data may follow in
     // the same batch, and nothing would ask again.
     SSL_CTX_set_mode(context, SSL_MODE_AUTO_RETRY);
+    // An idle connection needs no room for a record: that is most of what it takes.
+    SSL_CTX_set_mode(context, SSL_MODE_RELEASE_BUFFERS);
     // Newer engines choose a curve by themselves. Without one a server has no ephemeral key
     // exchange, and many of today's clients accept nothing else.
     static_cast<void>(SSL_CTX_set_ecdh_auto(context, 1));
 }
 
-//! Empty while it is the engine's own choice. Never destroyed, like the context.
-QByteArray& cipherListInForce()
+//! Empty lists stand for the engine's own choice.
+struct CipherLists
 {
-    static auto* const list = new QByteArray;
-    return *list;
+    QByteArray inForce;
+    QByteArray ofContext;
+    bool contextHasConnections = false;
+};
+
+// Guarded by the context's mutex, and like the context never destroyed.
+CipherLists& cipherLists()
+{
+    static auto* const lists = new CipherLists;
+    return *lists;
 }
 
 } // namespace
@@ -118,26 +128,32 @@ RecursiveMutex& SslContext::mutex()
 }
 
 /*
-    The context's own list never changes: handshakes of other threads read it without a lock. A list
-    is tried out on another context, and each connection gets a copy of its own.
+    Handshakes of other threads read the context's own list without a lock: it changes only as long
+    as there has been no connection. Connections with another list parse it for themselves, which is
+    spared the usual program, where all have the same. A list is tried out on another context first,
+    because a bad one would leave the context without any.
 */
 bool SslContext::setCipherList(const QByteArray& list)
 {
     static SSL_CTX* const trial = SSL_CTX_new(SSLv23_method());
-    if (list == cipherListInForce())
+    CipherLists& lists = cipherLists();
+    if (list == lists.inForce)
         return true;
     if (!trial || SSL_CTX_set_cipher_list(trial, list.constData()) != 1)
         return false;
-    cipherListInForce() = list;
+    lists.inForce = list;
+    if (!lists.contextHasConnections && SSL_CTX_set_cipher_list(get(), list.constData()) == 1)
+        lists.ofContext = list;
     return true;
 }
 
 SSL* SslContext::newConnection()
 {
+    CipherLists& lists = cipherLists();
+    lists.contextHasConnections = true;
     SSL* ssl = SSL_new(get());
-    const QByteArray& list = cipherListInForce();
-    if (ssl && !list.isEmpty())
-        SSL_set_cipher_list(ssl, list.constData());
+    if (ssl && lists.inForce != lists.ofContext)
+        SSL_set_cipher_list(ssl, lists.inForce.constData());
     return ssl;
 }
 

@@ -2,6 +2,7 @@
 // The TLS settings of an SslSocket and the engine that is made from them.
 
 #include "socket/AuthorityFiles.h"
+#include "socket/IdentityFiles.h"
 #include "socket/SessionPool.h"
 #include "socket/SslContext.h"
 #include "socket/SslSocketPrivate.h"
@@ -18,17 +19,6 @@
 #include <mutex>
 
 namespace vela {
-
-namespace {
-
-QString takeErrorUnless(bool succeeded)
-{
-    const QString error = succeeded ? QString() : takeOpenSslError();
-    clearOpenSslErrors();
-    return error;
-}
-
-} // namespace
 
 QString SslSocket::ciphers() const
 {
@@ -145,19 +135,13 @@ QString SslSocketPrivate::loadIdentity(SSL_CTX* context)
     const QByteArray certificate = engineFileName(pathToCertificate);
     const QByteArray key = engineFileName(pathToPrivateKey);
     AuthorityFiles::loadDefaults(context);
-    // Each error is taken at once: the calls that follow may empty OpenSSL's queue.
-    const QString certificateError = takeErrorUnless(
-        SSL_CTX_use_certificate_file(context, certificate.constData(), SSL_FILETYPE_PEM) == 1);
-    const QString keyError = takeErrorUnless(
-        SSL_CTX_use_PrivateKey_file(context, key.constData(), SSL_FILETYPE_PEM) == 1);
-    const QString matchError = takeErrorUnless(SSL_CTX_check_private_key(context) == 1);
-
-    if (!certificateError.isNull())
-        return SslSocket::tr("Error loading certificate, %1").arg(certificateError);
-    if (!keyError.isNull())
-        return SslSocket::tr("Error loading private key, %1").arg(keyError);
-    if (!matchError.isNull())
-        return SslSocket::tr("Private key does not certify public key, %1").arg(matchError);
+    const IdentityFiles::Errors errors = IdentityFiles::load(context, certificate, key);
+    if (!errors.certificate.isNull())
+        return SslSocket::tr("Error loading certificate, %1").arg(errors.certificate);
+    if (!errors.key.isNull())
+        return SslSocket::tr("Error loading private key, %1").arg(errors.key);
+    if (!errors.match.isNull())
+        return SslSocket::tr("Private key does not certify public key, %1").arg(errors.match);
     return QString();
 }
 

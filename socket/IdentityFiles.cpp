@@ -1,0 +1,68 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "socket/IdentityFiles.h"
+
+#include "socket/FileVersion.h"
+#include "support/OpenSslErrors.h"
+
+namespace vela {
+
+namespace {
+
+//! Files, and the versions in which they were found.
+struct Source
+{
+    QByteArray certificate;
+    QByteArray key;
+    FileVersion certificateVersion;
+    FileVersion keyVersion;
+
+    bool isSettled() const { return certificateVersion.isSettled() && keyVersion.isSettled(); }
+
+    bool operator==(const Source& other) const
+    {
+        return certificate == other.certificate && key == other.key
+               && certificateVersion == other.certificateVersion && keyVersion == other.keyVersion;
+    }
+};
+
+// Where the context's identity came from; names no file while that is not known for certain.
+// Guarded by the context's mutex, and like the context never destroyed.
+Source& loadedSource()
+{
+    static auto* const source = new Source;
+    return *source;
+}
+
+QString takeErrorUnless(bool succeeded)
+{
+    // Each error is taken at once: the calls that follow may empty OpenSSL's queue.
+    const QString error = succeeded ? QString() : takeOpenSslError();
+    clearOpenSslErrors();
+    return error;
+}
+
+} // namespace
+
+IdentityFiles::Errors IdentityFiles::load(SSL_CTX* context, const QByteArray& certificate,
+                                          const QByteArray& key)
+{
+    const Source source{certificate, key, FileVersion::of(certificate), FileVersion::of(key)};
+    if (source == loadedSource())
+        return {};
+    loadedSource() = Source();
+
+    Errors errors;
+    errors.certificate = takeErrorUnless(
+        SSL_CTX_use_certificate_file(context, certificate.constData(), SSL_FILETYPE_PEM) == 1);
+    errors.key = takeErrorUnless(
+        SSL_CTX_use_PrivateKey_file(context, key.constData(), SSL_FILETYPE_PEM) == 1);
+    errors.match = takeErrorUnless(SSL_CTX_check_private_key(context) == 1);
+
+    const bool succeeded =
+        errors.certificate.isNull() && errors.key.isNull() && errors.match.isNull();
+    if (succeeded && source.isSettled())
+        loadedSource() = source;
+    return errors;
+}
+
+} // namespace vela
