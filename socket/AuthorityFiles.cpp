@@ -2,6 +2,7 @@
 #include "socket/AuthorityFiles.h"
 
 #include "socket/FileVersion.h"
+#include "support/OpenSslCompat.h"
 
 #include <QtCore/QMap>
 
@@ -24,6 +25,12 @@ bool isLoaded(const QByteArray& file, const QByteArray& directory)
     return loaded != loadedFiles().constEnd() && *loaded == FileVersion::of(file);
 }
 
+void remember(const QByteArray& file, const QByteArray& directory, const FileVersion& version)
+{
+    if (version.isSettled())
+        loadedFiles().insert({file, directory}, version);
+}
+
 QByteArray environmentOr(const char* variable, const char* otherwise)
 {
     return qEnvironmentVariableIsSet(variable) ? qgetenv(variable) : QByteArray(otherwise);
@@ -39,8 +46,9 @@ void AuthorityFiles::loadDefaults(SSL_CTX* context)
         environmentOr(X509_get_default_cert_dir_env(), X509_get_default_cert_dir());
     if (isLoaded(file, directory))
         return;
-    loadedFiles().insert({file, directory}, FileVersion::of(file));
-    SSL_CTX_set_default_verify_paths(context);
+    const FileVersion version = FileVersion::of(file);
+    setDefaultVerifyPaths(context);
+    remember(file, directory, version);
 }
 
 bool AuthorityFiles::load(SSL_CTX* context, const QByteArray& file, const QByteArray& directory)
@@ -53,7 +61,7 @@ bool AuthorityFiles::load(SSL_CTX* context, const QByteArray& file, const QByteA
         != 1) {
         return false;
     }
-    loadedFiles().insert({file, directory}, version);
+    remember(file, directory, version);
     return true;
 }
 

@@ -3,30 +3,33 @@
 
 #include "support/EngineFileName.h"
 
-#include <QtCore/QFileInfo>
+#include <chrono>
+#include <system_error>
 
 namespace vela {
 
 namespace {
 
-constexpr qint64 SETTLED_AFTER_MILLISECONDS = 2500;
+constexpr std::chrono::milliseconds SETTLED_AFTER(2500);
 
 } // namespace
 
 FileVersion FileVersion::of(const QByteArray& engineName)
 {
+    const std::filesystem::path file = engineFilePath(engineName);
+    std::error_code error;
     FileVersion version;
-    const QFileInfo info(fileOfEngineName(engineName));
-    if (info.exists()) {
-        version.m_modified = info.lastModified().toMSecsSinceEpoch();
-        version.m_size = info.size();
-    }
+    version.m_modified = std::filesystem::last_write_time(file, error);
+    if (error)
+        return FileVersion();
+    version.m_exists = true;
+    version.m_size = std::filesystem::file_size(file, error); // Of a directory there is none.
     return version;
 }
 
-bool FileVersion::isSettled(const QDateTime& now) const
+bool FileVersion::isSettled(Clock::time_point now) const
 {
-    return m_size >= 0 && now.toMSecsSinceEpoch() - m_modified >= SETTLED_AFTER_MILLISECONDS;
+    return !m_exists || now - m_modified >= SETTLED_AFTER;
 }
 
 } // namespace vela

@@ -3,17 +3,22 @@
 #define FERRULE_FILEVERSION_H
 
 #include <QtCore/QByteArray>
-#include <QtCore/QDateTime>
+
+#include <cstdint>
+#include <filesystem>
 
 namespace vela {
 
 /*!
     What tells one state of a file from another without reading it: its size, and when it was
-    written.
+    written. Looked at for each connection, so that it must cost little: times are kept as the file
+    system has them, because turning one into a QDateTime asks for the time zone's file as well.
 */
 class FileVersion
 {
 public:
+    using Clock = std::filesystem::file_time_type::clock;
+
     //! The version of no file.
     FileVersion() = default;
 
@@ -21,20 +26,21 @@ public:
     static FileVersion of(const QByteArray& engineName);
 
     /*!
-        Returns false for no file, and for one written so lately that it could be written once more
-        without a difference to be seen: file systems may count time in steps of two seconds.
+        Returns false for a file written so lately that it could be written once more without a
+        difference to be seen: file systems may count time in steps of two seconds.
     */
-    bool isSettled(const QDateTime& now = QDateTime::currentDateTimeUtc()) const;
+    bool isSettled(Clock::time_point now = Clock::now()) const;
 
     friend bool operator==(const FileVersion& a, const FileVersion& b)
     {
-        return a.m_modified == b.m_modified && a.m_size == b.m_size;
+        return a.m_exists == b.m_exists && a.m_modified == b.m_modified && a.m_size == b.m_size;
     }
     friend bool operator!=(const FileVersion& a, const FileVersion& b) { return !(a == b); }
 
 private:
-    qint64 m_modified = -1; // In milliseconds since 1970.
-    qint64 m_size = -1;
+    bool m_exists = false;
+    Clock::time_point m_modified = {};
+    std::uintmax_t m_size = 0;
 };
 
 } // namespace vela

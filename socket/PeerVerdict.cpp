@@ -46,11 +46,17 @@ bool matches(const PeerIdentity& peer, const QString& hostName)
 
 QString describeCertificate(X509* x509)
 {
-    return QString::fromLatin1("%1/%2/notValidBefore=%3/notValidAfter=%4/version=%5/serial=%6")
-        .arg(nameOneline(X509_get_issuer_name(x509)), nameOneline(X509_get_subject_name(x509)),
+    return QString::fromLatin1("%1/notValidBefore=%2/notValidAfter=%3/version=%4/serial=%5")
+        .arg(describeNames(x509),
              certificateDateTime(X509_get0_notBefore(x509)).toString(Qt::ISODate),
              certificateDateTime(X509_get0_notAfter(x509)).toString(Qt::ISODate),
              QString::number(X509_get_version(x509)), QString::number(serialNumber(x509)));
+}
+
+QString describeNames(X509* x509)
+{
+    return nameOneline(X509_get_issuer_name(x509)) + QLatin1Char('/')
+           + nameOneline(X509_get_subject_name(x509));
 }
 
 PeerIdentity::PeerIdentity(const QString& description)

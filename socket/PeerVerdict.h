@@ -17,6 +17,9 @@ namespace vela {
 */
 QString describeCertificate(X509* x509);
 
+/*! Describes \a x509 as "issuer/subject", the first two parts of its description. */
+QString describeNames(X509* x509);
+
 /*! What the verdict needs to know of the peer's certificate, read back from its description. */
 struct PeerIdentity
 {

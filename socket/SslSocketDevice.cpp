@@ -49,25 +49,35 @@ bool SslSocket::canReadLine() const
 
 bool SslSocket::waitForReadyRead(int msecs)
 {
+    const SessionGuard guard(d);
+    ++d->activeWaits;
+    const bool ready = d->waitForPlaintext(msecs);
+    if (guard.isAlive())
+        --d->activeWaits;
+    return ready;
+}
+
+bool SslSocketPrivate::waitForPlaintext(int msecs)
+{
     QElapsedTimer timer;
     timer.start();
-    const SessionGuard guard(d);
-    d->dataRead = false;
+    const SessionGuard guard(this);
+    dataRead = false;
     for (;;) {
-        if (!d->writeBuffer.isEmpty())
-            writeToSocket();
-        if (!guard.holds() || !canWait(d->socket))
+        if (!writeBuffer.isEmpty())
+            q->writeToSocket();
+        if (!guard.holds() || !canWait(socket))
             return false;
         const qint64 left = std::max<qint64>(0, msecs - timer.elapsed());
-        const bool arrived = d->socket->waitForReadyRead(static_cast<int>(left));
+        const bool arrived = socket->waitForReadyRead(static_cast<int>(left));
         if (!guard.holds() || !arrived)
             return false;
         // Inside one of its own readyRead() slots the inner socket keeps silent about new data.
-        if (!d->dataRead && d->socket->bytesAvailable() > 0)
-            readFromSocket();
+        if (!dataRead && socket->bytesAvailable() > 0)
+            q->readFromSocket();
         if (!guard.holds())
             return false;
-        if (d->dataRead)
+        if (dataRead)
             return true;
     }
 }

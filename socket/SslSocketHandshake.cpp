@@ -5,6 +5,7 @@
 #include "socket/SslSocketPrivate.h"
 #include "support/OpenSslCompat.h"
 #include "support/OpenSslErrors.h"
+#include "support/OpenSslHandles.h"
 
 #include <Ferrule/SslSocket.h>
 
@@ -65,13 +66,18 @@ bool SslSocketPrivate::completeHandshake()
 
 void SslSocketPrivate::judgePeer()
 {
-    const PeerIdentity peer(q->peerCertificate());
     const QString hostName = socket ? socket->peerName() : QString();
     const long code = SSL_get_verify_result(ssl);
-    const PeerVerdict verdict =
-        code == X509_V_OK
-            ? judgeVerifiedPeer(peer, hostName)
-            : judgeFailedPeer(peer, hostName, code, q->verifyErrorString(static_cast<int>(code)));
+    PeerVerdict verdict;
+    if (code == X509_V_OK) {
+        verdict = judgeVerifiedPeer(PeerIdentity(q->peerCertificate()), hostName);
+    } else {
+        // Nobody asks for the dates here, and they would take longer than all the rest.
+        const X509Handle certificate(q->x509peerCertificate());
+        const QString names = certificate ? describeNames(certificate.get()) : QString();
+        verdict = judgeFailedPeer(PeerIdentity(names), hostName, code,
+                                  q->verifyErrorString(static_cast<int>(code)));
+    }
     Q_EMIT q->connectionVerificationDone(verdict.result, verdict.hostNameMatched,
                                          verdict.description);
 }

@@ -75,6 +75,9 @@ public:
     bool encrypt();
     void flushEngine();
     //! \}
+    void sendAnswer();
+    //! As SslSocket::waitForReadyRead(), which tells the others that it is active.
+    bool waitForPlaintext(int msecs);
 
     /*!
         Sets the error string and emits the error as a TLS failure. Slots may have done anything
@@ -110,6 +113,8 @@ public:
     quint64 generation = 0;
     //! How many calls of readFromSocket() are active; slots may re-enter it.
     int activeReads = 0;
+    //! How many calls of waitForReadyRead() are active; slots may call it, too.
+    int activeWaits = 0;
     //! How many signals of the inner socket are being handled or relayed.
     TransportSignal::Count transportSignals;
     //! The inner socket was disconnected from us: its connection, if any, is to make no more news.

@@ -40,6 +40,19 @@ void SslSocket::readFromSocket()
             return;
     }
     --d->activeReads;
+    if (guard.holds())
+        d->sendAnswer();
+}
+
+/*
+    Sends what reading gave rise to, the host's answers for the most part, without another pass of
+    the event loop, which would take longer than encrypting them. Who waits without an event loop is
+    left to ask for it: there would be nothing for waitForBytesWritten() to wait for.
+*/
+void SslSocketPrivate::sendAnswer()
+{
+    if (activeReads == 0 && activeWaits == 0 && socket)
+        socket->flush();
 }
 
 bool SslSocketPrivate::takeCiphertext()

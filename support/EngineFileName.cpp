@@ -12,11 +12,12 @@ QByteArray engineFileName(const QString& name)
     return name.toUtf8();
 }
 
-QString fileOfEngineName(const QByteArray& engineName)
+std::filesystem::path engineFilePath(const QByteArray& engineName)
 {
     // What is not UTF-8, an environment variable for example, is in the system's code page.
     const QString name = QString::fromUtf8(engineName);
-    return name.toUtf8() == engineName ? name : QFile::decodeName(engineName);
+    const bool isUtf8 = name.toUtf8() == engineName;
+    return (isUtf8 ? name : QFile::decodeName(engineName)).toStdWString();
 }
 
 #else
@@ -26,9 +27,9 @@ QByteArray engineFileName(const QString& name)
     return QFile::encodeName(name);
 }
 
-QString fileOfEngineName(const QByteArray& engineName)
+std::filesystem::path engineFilePath(const QByteArray& engineName)
 {
-    return QFile::decodeName(engineName);
+    return engineName.toStdString();
 }
 
 #endif

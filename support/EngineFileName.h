@@ -5,6 +5,8 @@
 #include <QtCore/QByteArray>
 #include <QtCore/QString>
 
+#include <filesystem>
+
 namespace vela {
 
 /*!
@@ -14,7 +16,7 @@ namespace vela {
 QByteArray engineFileName(const QString& name);
 
 //! Returns the file that OpenSSL opens by \a engineName.
-QString fileOfEngineName(const QByteArray& engineName);
+std::filesystem::path engineFilePath(const QByteArray& engineName);
 
 } // namespace vela
 

@@ -102,6 +102,8 @@ private Q_SLOTS:
     void writesOfOnePassLeaveInOneRecord();
     void writesOfTwoPassesLeaveApart();
     void bytesToWriteFallsWhenEncrypted();
+    void answersLeaveWithTheReadThatAskedForThem();
+    void answersOfAHostThatWaitsAreLeftToItsWaiting();
     void bytesWrittenCountsTheWire();
     void bytesWrittenIsSilentDuringTheHandshake();
     void damagedRecordIsAnError();
@@ -293,6 +295,43 @@ void PumpTest::bytesToWriteFallsWhenEncrypted()
     QCoreApplication::sendPostedEvents(&connection.client);
     QCOMPARE(connection.client.bytesToWrite(), 0);
     QVERIFY(connection.client.socket()->bytesToWrite() > 5000);
+}
+
+void PumpTest::answersLeaveWithTheReadThatAskedForThem()
+{
+    Connection connection;
+    QVERIFY(connection.settled);
+    OpenSocket& client = connection.client;
+    connect(&client, &QIODevice::readyRead, this, [&client] {
+        client.write(client.readAll());
+        QVERIFY(client.bytesToWrite() > 0); // Nothing is encrypted under the host's hands.
+    });
+    // Hears the inner socket after the frame has.
+    qint64 left = -1;
+    qint64 sent = 0;
+    connect(&client, &QIODevice::bytesWritten, this, [&sent](qint64 bytes) { sent += bytes; });
+    connect(client.socket(), &QIODevice::readyRead, this, [&] {
+        left = client.bytesToWrite() + client.socket()->bytesToWrite();
+        QVERIFY(sent > 0);
+    });
+    connection.server.peer->write("question");
+    QTRY_COMPARE(connection.server.peer->received(), QByteArray("question"));
+    QCOMPARE(left, 0);
+}
+
+void PumpTest::answersOfAHostThatWaitsAreLeftToItsWaiting()
+{
+    Connection connection;
+    QVERIFY(connection.settled);
+    OpenSocket& client = connection.client;
+    connect(&client, &QIODevice::readyRead, this, [&client] { client.write(client.readAll()); });
+    connection.server.peer->write("question");
+    QVERIFY(connection.server.peer->transport()->flush());
+    QVERIFY(client.waitForReadyRead(5000));
+    QCOMPARE(client.bytesToWrite(), 0);
+    QVERIFY(client.socket()->bytesToWrite() > 0);
+    QVERIFY(client.waitForBytesWritten(5000));
+    QTRY_COMPARE(connection.server.peer->received(), QByteArray("question"));
 }
 
 void PumpTest::bytesWrittenCountsTheWire()
