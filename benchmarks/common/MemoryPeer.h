@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#ifndef FERRULE_BENCH_MEMORYPEER_H
+#define FERRULE_BENCH_MEMORYPEER_H
+
+#include <QtCore/QByteArray>
+#include <QtCore/QList>
+#include <QtCore/QString>
+
+using BIO = struct bio_st;
+using SSL = struct ssl_st;
+using SSL_CTX = struct ssl_ctx_st;
+
+namespace bench {
+
+class Identity;
+
+//! The versions of TLS that the engine of this build has, as Key::protocol names them.
+QStringList protocols();
+
+//! A TLS server over memory, of the engine alone: takes and gives octets, knows no socket.
+class MemoryPeer
+{
+public:
+    //! \a protocol is the one that a handshake ends in, with AES-256-GCM.
+    MemoryPeer(const Identity& identity, const QString& protocol);
+    ~MemoryPeer();
+
+    //! Takes octets from the other end and returns the answer.
+    QByteArray handshake(const QByteArray& octets);
+    bool isReady() const;
+
+    QByteArray encrypt(const QByteArray& data);
+    //! Takes octets from the other end and returns how many octets of data were in them.
+    qint64 decrypt(const QByteArray& octets);
+
+    //! Ends the program when a ready handshake agreed on anything but what was wanted.
+    void check() const;
+
+private:
+    Q_DISABLE_COPY(MemoryPeer)
+    QByteArray takeOutput();
+
+    QString m_protocol;
+    SSL_CTX* m_context;
+    SSL* m_ssl;
+    BIO* m_input;
+    BIO* m_output;
+};
+
+} // namespace bench
+
+#endif
