@@ -8,6 +8,7 @@
     decrypted; only the decryption is timed, with a host that reads each piece in readyRead().
 */
 
+#include "common/Endpoint.h"
 #include "common/Events.h"
 #include "common/Identity.h"
 #include "common/MemoryPeer.h"
@@ -30,16 +31,17 @@ constexpr int QUEUED = 8 * MIB;
 constexpr double LIMIT = 1.2;
 
 //! Returns the seconds of processor time that decrypting a backlog of \a size MiB takes.
-double decryptBacklog(int size, const bench::Identity& identity, const QString& protocol)
+double decryptBacklog(int size, const bench::Setup& setup)
 {
     QTcpServer server;
     if (!server.listen(QHostAddress::LocalHost))
         bench::fail(QStringLiteral("cannot listen on loopback"));
-    vela::SslSocket client(vela::SslSocket::Client);
-    client.connectToHost(QStringLiteral("localhost"), server.serverPort());
+    const auto end = bench::EndpointFactory(setup).connectClient(QStringLiteral("127.0.0.1"),
+                                                                 server.serverPort());
+    auto& client = static_cast<vela::SslSocket&>(*end);
     bench::processEventsUntil([&] { return server.hasPendingConnections(); });
     QTcpSocket* transport = server.nextPendingConnection();
-    bench::MemoryPeer peer(identity, protocol);
+    bench::MemoryPeer peer(setup);
     const auto answer = [&] { transport->write(peer.handshake(transport->readAll())); };
     QObject::connect(transport, &QIODevice::readyRead, transport, answer);
     answer(); // The hello may be here already.
@@ -73,9 +75,9 @@ double decryptBacklog(int size, const bench::Identity& identity, const QString& 
     return seconds;
 }
 
-bench::Key key(int size, const QString& protocol)
+bench::Key key(int size, bench::Protocol protocol)
 {
-    return {QStringLiteral("a backlog of %1 MiB").arg(size), QString(), protocol,
+    return {QStringLiteral("a backlog of %1 MiB").arg(size), QString(), bench::nameOf(protocol),
             QStringLiteral("Ferrule")};
 }
 
@@ -84,6 +86,7 @@ bench::Key key(int size, const QString& protocol)
 int main(int argc, char** argv)
 {
     const QCoreApplication application(argc, argv);
+    bench::prepareProcess();
     const bench::Options options = bench::parseOptions(
         QStringLiteral("Measures what decrypting costs by how much has piled up."));
     const bench::Identity identity;
@@ -93,15 +96,17 @@ int main(int argc, char** argv)
         sizes.append(size == 1 ? 1 : std::max(2, bench::scaled(options, size)));
 
     QList<std::function<void(bool)>> tasks;
-    for (const QString& protocol : bench::protocols()) {
+    for (bench::Protocol protocol : bench::protocols()) {
+        const bench::Setup setup{bench::Subject::Ferrule, protocol, identity.certificateFile(),
+                                 identity.keyFile()};
         for (int size : qAsConst(sizes)) {
-            tasks.append([&, size, protocol](bool counts) {
+            tasks.append([&results, size, setup](bool counts) {
                 const int repetitions = size == 1 ? REPETITIONS : 1;
                 double seconds = 0;
                 for (int i = 0; i < repetitions; ++i)
-                    seconds += decryptBacklog(size, identity, protocol);
+                    seconds += decryptBacklog(size, setup);
                 if (counts)
-                    results.add(key(size, protocol), seconds * 1000 / (size * repetitions),
+                    results.add(key(size, setup.protocol), seconds * 1000 / (size * repetitions),
                                 QStringLiteral("ms of processor time for each MiB"),
                                 bench::Better::Less);
             });

@@ -8,6 +8,7 @@
     that stand before those of the C library; only those on the connection's own descriptor count.
 */
 
+#include "common/Endpoint.h"
 #include "common/Events.h"
 #include "common/Identity.h"
 #include "common/MemoryPeer.h"
@@ -18,8 +19,6 @@
 
 #include <Ferrule/SslSocket.h>
 
-#include <QtNetwork/QSslConfiguration>
-#include <QtNetwork/QSslSocket>
 #include <QtNetwork/QTcpServer>
 
 namespace {
@@ -57,46 +56,6 @@ private:
     qint64 m_bytes = 0;
 };
 
-//! A client of either kind; both are driven as a QTcpSocket, only the set-up differs.
-struct Client
-{
-    explicit Client(const QString& subject)
-        : isFerrule(subject == QLatin1String("Ferrule"))
-    {
-        if (isFerrule)
-            socket.reset(new vela::SslSocket(vela::SslSocket::Client));
-        else
-            socket.reset(new QSslSocket);
-    }
-
-    void connectToHost(quint16 port, const QString& protocol)
-    {
-        auto* ssl = qobject_cast<QSslSocket*>(socket.data());
-        if (isFerrule) {
-            socket->connectToHost(QStringLiteral("localhost"), port);
-            return;
-        }
-        ssl->setPeerVerifyMode(QSslSocket::VerifyNone);
-        ssl->setProtocol(protocol == QLatin1String("TLS 1.3") ? QSsl::TlsV1_3 : QSsl::TlsV1_2);
-        ssl->connectToHostEncrypted(QStringLiteral("localhost"), port);
-    }
-
-    bool isReady() const
-    {
-        const auto* ssl = qobject_cast<const QSslSocket*>(socket.data());
-        return ssl ? ssl->isEncrypted() : socket->state() == QAbstractSocket::ConnectedState;
-    }
-
-    qintptr descriptor() const
-    {
-        const auto* own = qobject_cast<const vela::SslSocket*>(socket.data());
-        return own ? own->socket()->socketDescriptor() : socket->socketDescriptor();
-    }
-
-    bool isFerrule;
-    QScopedPointer<QTcpSocket> socket;
-};
-
 struct Sample
 {
     int records;
@@ -104,17 +63,25 @@ struct Sample
     int calls;
 };
 
-Sample measure(const QString& subject, const bench::Identity& identity, const QString& protocol,
-               int writes)
+//! The descriptor that what \a client sends goes to.
+int descriptor(const QTcpSocket& client)
+{
+    const auto* ferrule = qobject_cast<const vela::SslSocket*>(&client);
+    return static_cast<int>((ferrule ? ferrule->socket() : &client)->socketDescriptor());
+}
+
+Sample measure(const bench::Setup& setup, int writes)
 {
     QTcpServer server;
     if (!server.listen(QHostAddress::LocalHost))
         bench::fail(QStringLiteral("cannot listen on loopback"));
-    Client client(subject);
-    client.connectToHost(server.serverPort(), protocol);
+    const auto client = bench::EndpointFactory(setup).connectClient(QStringLiteral("127.0.0.1"),
+                                                                    server.serverPort());
+    bool isReady = false;
+    bench::whenReady(client.get(), setup, [&] { isReady = true; });
     bench::processEventsUntil([&] { return server.hasPendingConnections(); });
     QTcpSocket* transport = server.nextPendingConnection();
-    bench::MemoryPeer peer(identity, protocol);
+    bench::MemoryPeer peer(setup);
     RecordCounter counter;
     qint64 received = 0;
     const auto take = [&] {
@@ -128,13 +95,13 @@ Sample measure(const QString& subject, const bench::Identity& identity, const QS
     };
     QObject::connect(transport, &QIODevice::readyRead, transport, take);
     take(); // The hello may be here already.
-    bench::processEventsUntil([&] { return peer.isReady() && client.isReady(); });
+    bench::processEventsUntil([&] { return peer.isReady() && isReady; });
     peer.check();
 
-    bench::countWriteCalls(static_cast<int>(client.descriptor()));
+    bench::countWriteCalls(descriptor(*client));
     const QByteArray data(LENGTH, 'x');
     for (int i = 0; i < writes; ++i)
-        client.socket->write(data);
+        client->write(data);
     const qint64 wanted = static_cast<qint64>(writes) * LENGTH;
     bench::processEventsUntil([&] { return received >= wanted; });
     const int calls = bench::countedWriteCalls();
@@ -143,11 +110,25 @@ Sample measure(const QString& subject, const bench::Identity& identity, const QS
     return {counter.records(), counter.bytes(), calls};
 }
 
+void add(bench::Results& results, const bench::Setup& setup, const Sample& sample, int writes)
+{
+    const auto addOne = [&](const QString& what, double value, const QString& unit) {
+        results.add({QStringLiteral("%1 of %2 writes of 32 bytes").arg(what).arg(writes), QString(),
+                     bench::nameOf(setup.protocol), bench::nameOf(setup.subject)},
+                    value, unit, bench::Better::Less);
+    };
+    addOne(QStringLiteral("TLS records"), sample.records, QStringLiteral("records"));
+    addOne(QStringLiteral("bytes on the wire"), static_cast<double>(sample.bytes),
+           QStringLiteral("bytes"));
+    addOne(QStringLiteral("system calls"), sample.calls, QStringLiteral("calls"));
+}
+
 } // namespace
 
 int main(int argc, char** argv)
 {
     const QCoreApplication application(argc, argv);
+    bench::prepareProcess();
     const bench::Options options =
         bench::parseOptions(QStringLiteral("Counts what many small writes send."));
     const bench::Identity identity;
@@ -155,22 +136,14 @@ int main(int argc, char** argv)
     const int writes = bench::scaled(options, WRITES);
 
     QList<std::function<void(bool)>> tasks;
-    for (const QString& protocol : bench::protocols()) {
-        for (const char* name : {"Ferrule", "QSslSocket"}) {
-            const QString subject = QString::fromLatin1(name);
-            tasks.append([&, subject, protocol](bool counts) {
-                const Sample sample = measure(subject, identity, protocol, writes);
-                const QString what = QStringLiteral("%1 of %2 writes of 32 bytes");
-                const auto add = [&](const char* of, double value, const char* unit) {
-                    results.add({what.arg(QString::fromLatin1(of)).arg(writes), QString(), protocol,
-                                 subject},
-                                value, QString::fromLatin1(unit), bench::Better::Less);
-                };
-                if (!counts)
-                    return;
-                add("TLS records", sample.records, "records");
-                add("bytes on the wire", static_cast<double>(sample.bytes), "bytes");
-                add("system calls", sample.calls, "calls");
+    for (bench::Protocol protocol : bench::protocols()) {
+        for (bench::Subject subject : {bench::Subject::Ferrule, bench::Subject::QSslSocket}) {
+            const bench::Setup setup{subject, protocol, identity.certificateFile(),
+                                     identity.keyFile()};
+            tasks.append([&results, setup, writes](bool counts) {
+                const Sample sample = measure(setup, writes);
+                if (counts)
+                    add(results, setup, sample, writes);
             });
         }
     }

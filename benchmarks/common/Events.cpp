@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "Events.h"
+#include "common/Events.h"
 
-#include "Options.h"
+#include "common/Options.h"
 
 #include <QtCore/QAbstractEventDispatcher>
 #include <QtCore/QElapsedTimer>

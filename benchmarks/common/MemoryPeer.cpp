@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "MemoryPeer.h"
+#include "common/MemoryPeer.h"
 
-#include "Identity.h"
-#include "Options.h"
+#include "common/Options.h"
 
 #include <QtCore/QFile>
 
@@ -13,13 +12,13 @@ namespace bench {
 namespace {
 
 //! Leaves \a context nothing to negotiate but \a protocol.
-void restrict(SSL_CTX* context, const QString& protocol)
+void restrict(SSL_CTX* context, Protocol protocol)
 {
     SSL_CTX_set_options(context,
                         SSL_OP_NO_SSLv2 | SSL_OP_NO_SSLv3 | SSL_OP_NO_TLSv1 | SSL_OP_NO_TLSv1_1);
 #ifdef SSL_OP_NO_TLSv1_3
-    SSL_CTX_set_options(context, protocol == QLatin1String("TLS 1.3") ? SSL_OP_NO_TLSv1_2
-                                                                      : SSL_OP_NO_TLSv1_3);
+    SSL_CTX_set_options(context,
+                        protocol == Protocol::Tls13 ? SSL_OP_NO_TLSv1_2 : SSL_OP_NO_TLSv1_3);
     if (SSL_CTX_set_ciphersuites(context, "TLS_AES_256_GCM_SHA384") != 1)
         fail(QStringLiteral("the peer does not know the cipher of TLS 1.3"));
 #else
@@ -31,22 +30,13 @@ void restrict(SSL_CTX* context, const QString& protocol)
 
 } // namespace
 
-QStringList protocols()
-{
-    QStringList result{QStringLiteral("TLS 1.2")};
-#ifdef SSL_OP_NO_TLSv1_3
-    result.append(QStringLiteral("TLS 1.3"));
-#endif
-    return result;
-}
-
-MemoryPeer::MemoryPeer(const Identity& identity, const QString& protocol)
-    : m_protocol(protocol)
+MemoryPeer::MemoryPeer(const Setup& setup)
+    : m_protocol(setup.protocol)
     , m_context(SSL_CTX_new(SSLv23_method()))
 {
-    restrict(m_context, protocol);
-    const QByteArray certificate = QFile::encodeName(identity.certificateFile());
-    const QByteArray key = QFile::encodeName(identity.keyFile());
+    restrict(m_context, setup.protocol);
+    const QByteArray certificate = QFile::encodeName(setup.certificateFile);
+    const QByteArray key = QFile::encodeName(setup.keyFile);
     if (SSL_CTX_use_certificate_file(m_context, certificate.constData(), SSL_FILETYPE_PEM) != 1
         || SSL_CTX_use_PrivateKey_file(m_context, key.constData(), SSL_FILETYPE_PEM) != 1)
         fail(QStringLiteral("the peer does not read its certificate or key"));
@@ -100,10 +90,7 @@ void MemoryPeer::check() const
     const QString version = QString::fromLatin1(SSL_get_version(m_ssl))
                                 .replace(QLatin1String("TLSv"), QLatin1String("TLS "));
     const QString cipher = QString::fromLatin1(SSL_get_cipher_name(m_ssl));
-    const QString wanted = m_protocol == QLatin1String("TLS 1.3")
-                               ? QStringLiteral("TLS_AES_256_GCM_SHA384")
-                               : QStringLiteral("AES256-GCM-SHA384");
-    if (version != m_protocol || cipher != wanted)
+    if (version != nameOf(m_protocol) || cipher != cipherName(m_protocol))
         fail(QStringLiteral("the handshake agreed on %1, %2").arg(version, cipher));
 }
 

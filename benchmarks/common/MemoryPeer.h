@@ -2,9 +2,9 @@
 #ifndef FERRULE_BENCH_MEMORYPEER_H
 #define FERRULE_BENCH_MEMORYPEER_H
 
+#include "common/Setup.h"
+
 #include <QtCore/QByteArray>
-#include <QtCore/QList>
-#include <QtCore/QString>
 
 using BIO = struct bio_st;
 using SSL = struct ssl_st;
@@ -12,17 +12,12 @@ using SSL_CTX = struct ssl_ctx_st;
 
 namespace bench {
 
-class Identity;
-
-//! The versions of TLS that the engine of this build has, as Key::protocol names them.
-QStringList protocols();
-
 //! A TLS server over memory, of the engine alone: takes and gives octets, knows no socket.
 class MemoryPeer
 {
 public:
-    //! \a protocol is the one that a handshake ends in, with AES-256-GCM.
-    MemoryPeer(const Identity& identity, const QString& protocol);
+    //! Uses all of \a setup but the subject.
+    explicit MemoryPeer(const Setup& setup);
     ~MemoryPeer();
 
     //! Takes octets from the other end and returns the answer.
@@ -40,7 +35,7 @@ private:
     Q_DISABLE_COPY(MemoryPeer)
     QByteArray takeOutput();
 
-    QString m_protocol;
+    Protocol m_protocol;
     SSL_CTX* m_context;
     SSL* m_ssl;
     BIO* m_input;

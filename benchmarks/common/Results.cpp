@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "Results.h"
+#include "common/Results.h"
 
-#include "Options.h"
-#include "Rounds.h"
+#include "common/Options.h"
+#include "common/Rounds.h"
 
 #include <QtCore/QDateTime>
 #include <QtCore/QFile>
@@ -85,7 +85,7 @@ void Results::add(const Key& key, double value, const QString& unit, Better bett
             return;
         }
     }
-    Row added{key, unit, better, {value}};
+    Row added{key, runningTask(), unit, better, {value}};
     for (const Row& row : qAsConst(m_rows)) {
         if (row.key.what == key.what) {
             added.unit = row.unit;
@@ -93,7 +93,9 @@ void Results::add(const Key& key, double value, const QString& unit, Better bett
             break;
         }
     }
-    m_rows.append(added);
+    const auto place = std::upper_bound(m_rows.begin(), m_rows.end(), added,
+                                        [](const Row& a, const Row& b) { return a.task < b.task; });
+    m_rows.insert(place, added);
 }
 
 void Results::expect(const Key& subject, const Key& reference, double limit)

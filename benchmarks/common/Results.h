@@ -34,7 +34,8 @@ class Results
 public:
     explicit Results(QString load);
 
-    //! Notes one sample. Unit and sense are those of the first one of the same Key::what.
+    //! Notes one sample; rows are told in the order of the tasks of runRounds(). Unit and sense are
+    //! those of the first one of the same Key::what.
     void add(const Key& key, double value, const QString& unit, Better better);
 
     /*!
@@ -57,6 +58,7 @@ private:
     struct Row
     {
         Key key;
+        int task; //!< The rounds come in random order, the rows shall not.
         QString unit;
         Better better;
         QVector<double> values;
