@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "common/BareLoop.h"
+#include "BareLoop.h"
 
-#include "common/Options.h"
+#include "Options.h"
 
 #include <QtCore/QByteArray>
 #include <QtCore/QFile>
@@ -82,8 +82,7 @@ BareConnection::BareConnection(const EngineContext& context, EngineContext::Role
     setsockopt(descriptor, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
     setsockopt(descriptor, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
     SSL_set_fd(m_ssl, descriptor);
-    const int result =
-        role == EngineContext::Role::Server ? SSL_accept(m_ssl) : SSL_connect(m_ssl);
+    const int result = role == EngineContext::Role::Server ? SSL_accept(m_ssl) : SSL_connect(m_ssl);
     if (result != 1)
         failInEngine("no handshake on a bare connection");
 }

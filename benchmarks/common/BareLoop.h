@@ -2,7 +2,7 @@
 #ifndef FERRULE_BENCH_BARELOOP_H
 #define FERRULE_BENCH_BARELOOP_H
 
-#include "common/Setup.h"
+#include "Setup.h"
 
 #include <openssl/ssl.h>
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "common/Endpoint.h"
+#include "Endpoint.h"
 
-#include "common/Options.h"
+#include "Options.h"
 
 #include <Ferrule/SslSocket.h>
 

@@ -2,7 +2,7 @@
 #ifndef FERRULE_BENCH_ENDPOINT_H
 #define FERRULE_BENCH_ENDPOINT_H
 
-#include "common/Setup.h"
+#include "Setup.h"
 
 #include <QtNetwork/QSslConfiguration>
 #include <QtNetwork/QTcpSocket>
