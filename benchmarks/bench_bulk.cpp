@@ -7,15 +7,12 @@
     The clock runs from the client's request until it has read all that it asked for, or until the
     server thanks for the last octet. Each sample has a connection of its own, and that is made
     before. The engine alone does the work of both ends in one thread, where the others have two.
+    The Qt sockets join small writes, while the bare loop makes a record of each.
 */
 
 #include "common/Client.h"
-#include "common/Crew.h"
 #include "common/EnginePair.h"
-#include "common/Identity.h"
-#include "common/Options.h"
-#include "common/Results.h"
-#include "common/Rounds.h"
+#include "common/Plan.h"
 
 #include <QtCore/QElapsedTimer>
 
@@ -24,6 +21,8 @@ namespace {
 using namespace bench;
 
 constexpr double MIB = 1024 * 1024;
+constexpr int COMMON_PIECE = 16 * 1024; //!< The one that the goals are for.
+const QString SPEED = QStringLiteral("speed");
 
 //! What is sent in one sample.
 struct Transfer
@@ -120,7 +119,7 @@ QJsonObject measure(const Job& job, Hosts& hosts)
     default:
         result = measureQt(job.setup, hosts.port(job.setup, job.arrangement), transfer);
     }
-    return {{QStringLiteral("speed"), static_cast<double>(transfer.total) / MIB / result}};
+    return {{SPEED, static_cast<double>(transfer.total) / MIB / result}};
 }
 
 struct Size
@@ -130,90 +129,35 @@ struct Size
     int mebibytes; //!< So many that a sample takes some tenths of a second.
 };
 
-const Size SIZES[] = {{"1 KiB", 1024, 64}, {"16 KiB", 16 * 1024, 192}, {"1 MiB", 1024 * 1024, 192}};
+const Size SIZES[] = {
+    {"1 KiB", 1024, 64}, {"16 KiB", COMMON_PIECE, 192}, {"1 MiB", 1024 * 1024, 192}};
 
-//! Everything that is measured, made into tasks.
-class Plan
+void plan(Plan& plan, const Size& size, bool toClient, Protocol protocol)
 {
-public:
-    explicit Plan(const Options& options)
-        : m_options(options)
-        , m_results(QStringLiteral("bulk"))
-    {
-        m_setup.certificateFile = m_identity.certificateFile();
-        m_setup.keyFile = m_identity.keyFile();
-    }
-
-    int run()
-    {
-        for (Protocol protocol : protocols()) {
-            m_setup.protocol = protocol;
-            for (const Size& size : SIZES) {
-                // The other sizes tell of the socket, not of the protocol.
-                if (protocol == Protocol::Tls12 || size.piece == 16 * 1024) {
-                    addSize(size, true);
-                    addSize(size, false);
-                }
-            }
+    const QString what =
+        QString::fromLatin1(size.name)
+        + (toClient ? QStringLiteral(" to the client") : QStringLiteral(" to the server"));
+    const Quantity speed{SPEED, QStringLiteral("MiB/s"), Better::More};
+    const QJsonObject details{
+        {QStringLiteral("toClient"), toClient},
+        {QStringLiteral("piece"), size.piece},
+        {QStringLiteral("total"), scaled(plan.options(), size.mebibytes) * MIB}};
+    const auto job = [&](Subject subject, Arrangement arrangement) {
+        return Job{plan.setup(subject, protocol), arrangement, details};
+    };
+    for (Arrangement arrangement : {Arrangement::Threads, Arrangement::Processes}) {
+        for (Subject subject :
+             {Subject::Ferrule, Subject::QSslSocket, Subject::QTcpSocket, Subject::BareLoop}) {
+            plan.add(what, speed, job(subject, arrangement));
         }
-        runRounds(m_options.rounds, m_tasks);
-        for (const Key& key : qAsConst(m_goals)) {
-            m_results.expect(key, against(key, Subject::QSslSocket), 1.5);
-            m_results.expect(key, against(key, Subject::BareLoop), 0.85);
-        }
-        return m_results.finish(m_options);
-    }
-
-private:
-    static Key against(Key key, Subject reference)
-    {
-        key.subject = nameOf(reference);
-        return key;
-    }
-
-    void addSize(const Size& size, bool toClient)
-    {
-        const QString what =
-            QString::fromLatin1(size.name)
-            + (toClient ? QStringLiteral(" to the client") : QStringLiteral(" to the server"));
-        const double total = scaled(m_options, size.mebibytes) * MIB;
-        const QJsonObject details{{QStringLiteral("toClient"), toClient},
-                                  {QStringLiteral("piece"), size.piece},
-                                  {QStringLiteral("total"), total}};
-        for (Arrangement arrangement : {Arrangement::Threads, Arrangement::Processes}) {
-            for (Subject subject :
-                 {Subject::Ferrule, Subject::QSslSocket, Subject::QTcpSocket, Subject::BareLoop}) {
-                addTask({what, nameOf(arrangement), nameOf(m_setup.protocol), nameOf(subject)},
-                        {m_setup.as(subject), arrangement, details});
-            }
-            if (size.piece == 16 * 1024) {
-                m_goals.append({what, nameOf(arrangement), nameOf(m_setup.protocol),
-                                nameOf(Subject::Ferrule)});
-            }
-        }
-        for (Subject subject : {Subject::EngineAlone, Subject::AesGcmAlone}) {
-            addTask({what, QString(), nameOf(m_setup.protocol), nameOf(subject)},
-                    {m_setup.as(subject), Arrangement::Threads, details});
+        if (size.piece == COMMON_PIECE) {
+            plan.expect(what, job(Subject::QSslSocket, arrangement), 1.5);
+            plan.expect(what, job(Subject::BareLoop, arrangement), 0.85);
         }
     }
-
-    void addTask(const Key& key, const Job& job)
-    {
-        m_tasks.append([this, key, job](bool counts) {
-            const double speed = m_crew.measure(job).value(QStringLiteral("speed")).toDouble();
-            if (counts)
-                m_results.add(key, speed, QStringLiteral("MiB/s"), Better::More);
-        });
-    }
-
-    Options m_options;
-    Identity m_identity;
-    Crew m_crew;
-    Setup m_setup;
-    Results m_results;
-    QList<std::function<void(bool)>> m_tasks;
-    QList<Key> m_goals;
-};
+    for (Subject subject : {Subject::EngineAlone, Subject::AesGcmAlone})
+        plan.add(what, speed, job(subject, Arrangement::Threads));
+}
 
 } // namespace
 
@@ -225,5 +169,15 @@ int main(int argc, char** argv)
         return 0;
     const Options options = parseOptions(QStringLiteral(
         "How fast a lot of data goes through one connection, for several sizes of a write."));
-    return Plan(options).run();
+    Plan bulk(QStringLiteral("bulk"), options);
+    for (Protocol protocol : protocols()) {
+        for (const Size& size : SIZES) {
+            // The other sizes tell of the socket, not of the protocol.
+            if (protocol != Protocol::Tls12 && size.piece != COMMON_PIECE)
+                continue;
+            plan(bulk, size, true, protocol);
+            plan(bulk, size, false, protocol);
+        }
+    }
+    return bulk.run();
 }

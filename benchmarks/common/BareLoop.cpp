@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <arpa/inet.h>
+#include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <unistd.h>
 #include <vector>
@@ -81,6 +82,9 @@ BareConnection::BareConnection(const EngineContext& context, EngineContext::Role
     const timeval limit{TIME_LIMIT_SECONDS, 0};
     setsockopt(descriptor, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
     setsockopt(descriptor, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+    // As all others do, see EndpointFactory.
+    const int on = 1;
+    setsockopt(descriptor, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
     SSL_set_fd(m_ssl, descriptor);
     const int result = role == EngineContext::Role::Server ? SSL_accept(m_ssl) : SSL_connect(m_ssl);
     if (result != 1)
