@@ -110,6 +110,11 @@ int BareConnection::connectTo(quint16 port)
     return descriptor;
 }
 
+bool BareConnection::isResumed() const
+{
+    return SSL_session_reused(m_ssl) != 0;
+}
+
 int BareConnection::read(char* data, int size)
 {
     const int result = SSL_read(m_ssl, data, size);

@@ -176,7 +176,7 @@ private:
 
     static void converse(BareConnection& connection)
     {
-        connection.write(&GREETING, 1);
+        connection.write(connection.isResumed() ? &GREETING_AGAIN : &GREETING, 1);
         Request request{};
         const int known = connection.read(reinterpret_cast<char*>(&request), sizeof request);
         if (known == 0)
