@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "Identity.h"
+#include "common/Identity.h"
 
-#include "Options.h"
+#include "common/Options.h"
 
 #include <QtCore/QFile>
 

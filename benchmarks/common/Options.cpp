@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "Options.h"
+#include "common/Options.h"
 
 #include <QtCore/QCommandLineParser>
 #include <QtCore/QFileInfo>

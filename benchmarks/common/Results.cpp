@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "Results.h"
+#include "common/Results.h"
 
-#include "Options.h"
-#include "Rounds.h"
+#include "common/Options.h"
+#include "common/Rounds.h"
 
 #include <QtCore/QDateTime>
 #include <QtCore/QFile>
@@ -85,7 +85,7 @@ void Results::add(const Key& key, double value, const QString& unit, Better bett
             return;
         }
     }
-    Row added{key, unit, better, {value}};
+    Row added{key, runningTask(), unit, better, {value}};
     for (const Row& row : qAsConst(m_rows)) {
         if (row.key.what == key.what) {
             added.unit = row.unit;
@@ -93,7 +93,9 @@ void Results::add(const Key& key, double value, const QString& unit, Better bett
             break;
         }
     }
-    m_rows.append(added);
+    const auto place = std::upper_bound(m_rows.begin(), m_rows.end(), added,
+                                        [](const Row& a, const Row& b) { return a.task < b.task; });
+    m_rows.insert(place, added);
 }
 
 void Results::expect(const Key& subject, const Key& reference, double limit)
@@ -101,21 +103,26 @@ void Results::expect(const Key& subject, const Key& reference, double limit)
     m_goals.append({subject, reference, limit});
 }
 
+void Results::compare(const Key& subject, const Key& reference)
+{
+    m_comparisons.append({subject, reference, 0});
+}
+
 const Results::Row& Results::row(const Key& key) const
 {
     const auto found = std::find_if(m_rows.begin(), m_rows.end(),
                                     [&](const Row& row) { return isSame(row.key, key); });
     if (found == m_rows.end())
-        fail(QStringLiteral("there is no sample of %1, %2").arg(text(key), key.subject));
+        fail(QStringLiteral("there is no sample of %1, %2").arg(bench::text(key), key.subject));
     return *found;
 }
 
-double Results::ratio(const Goal& goal) const
+double Results::ratio(const Comparison& comparison) const
 {
-    return median(row(goal.subject).values) / median(row(goal.reference).values);
+    return median(row(comparison.subject).values) / median(row(comparison.reference).values);
 }
 
-bool Results::isMet(const Goal& goal) const
+bool Results::isMet(const Comparison& goal) const
 {
     return row(goal.subject).better == Better::More ? ratio(goal) >= goal.limit
                                                     : ratio(goal) <= goal.limit;
@@ -129,7 +136,7 @@ void Results::printRows(QTextStream& out) const
         if (std::any_of(done.begin(), done.end(), isDone))
             continue;
         done.append(first.key);
-        out << text(first.key) << " (" << first.unit << ", "
+        out << bench::text(first.key) << " (" << first.unit << ", "
             << (first.better == Better::More ? "more" : "less") << " is better)\n";
         double own = 0;
         for (const Row& row : m_rows) {
@@ -152,20 +159,25 @@ void Results::printRows(QTextStream& out) const
     }
 }
 
-void Results::printGoals(QTextStream& out) const
+QString Results::text(const Comparison& comparison) const
 {
-    for (const Goal& goal : m_goals) {
+    const Key& reference = comparison.reference;
+    const QString other = isSameThing(comparison.subject, reference)
+                              ? reference.subject
+                              : bench::text(reference) + QStringLiteral(", ") + reference.subject;
+    return QStringLiteral("%1: %2 / %3 is %4")
+        .arg(bench::text(comparison.subject), comparison.subject.subject, other)
+        .arg(ratio(comparison), 0, 'f', 3);
+}
+
+void Results::printComparisons(QTextStream& out) const
+{
+    for (const Comparison& comparison : m_comparisons)
+        out << text(comparison) << '\n';
+    for (const Comparison& goal : m_goals) {
         const bool atLeast = row(goal.subject).better == Better::More;
-        const bool sameThing = isSameThing(goal.subject, goal.reference);
-        out << QStringLiteral("goal %1: %2 / %3 is %4, wanted %5 %6: %7\n")
-                   .arg(text(goal.subject), goal.subject.subject,
-                        sameThing
-                            ? goal.reference.subject
-                            : text(goal.reference) + QStringLiteral(", ") + goal.reference.subject)
-                   .arg(ratio(goal), 0, 'f', 3)
-                   .arg(atLeast ? QStringLiteral("at least") : QStringLiteral("at most"))
-                   .arg(goal.limit)
-                   .arg(isMet(goal) ? QStringLiteral("met") : QStringLiteral("MISSED"));
+        out << "goal " << text(goal) << ", wanted " << (atLeast ? "at least " : "at most ")
+            << goal.limit << ": " << (isMet(goal) ? "met" : "MISSED") << '\n';
     }
 }
 
@@ -185,16 +197,18 @@ QJsonObject Results::json(const Row& row)
     return object;
 }
 
-QJsonObject Results::json(const Goal& goal) const
+QJsonObject Results::json(const Comparison& comparison, bool isGoal) const
 {
-    QJsonObject object = toJson(goal.subject);
-    object[QStringLiteral("reference")] = toJson(goal.reference);
-    object[QStringLiteral("ratio")] = ratio(goal);
-    object[QStringLiteral("sense")] = row(goal.subject).better == Better::More
-                                          ? QStringLiteral("at least")
-                                          : QStringLiteral("at most");
-    object[QStringLiteral("limit")] = goal.limit;
-    object[QStringLiteral("met")] = isMet(goal);
+    QJsonObject object = toJson(comparison.subject);
+    object[QStringLiteral("reference")] = toJson(comparison.reference);
+    object[QStringLiteral("ratio")] = ratio(comparison);
+    if (isGoal) {
+        object[QStringLiteral("sense")] = row(comparison.subject).better == Better::More
+                                              ? QStringLiteral("at least")
+                                              : QStringLiteral("at most");
+        object[QStringLiteral("limit")] = comparison.limit;
+        object[QStringLiteral("met")] = isMet(comparison);
+    }
     return object;
 }
 
@@ -204,8 +218,11 @@ QJsonObject Results::json(const Options& options) const
     for (const Row& row : m_rows)
         rows.append(json(row));
     QJsonArray goals;
-    for (const Goal& goal : m_goals)
-        goals.append(json(goal));
+    for (const Comparison& goal : m_goals)
+        goals.append(json(goal, true));
+    QJsonArray comparisons;
+    for (const Comparison& comparison : m_comparisons)
+        comparisons.append(json(comparison, false));
     return {{QStringLiteral("load"), m_load},
             {QStringLiteral("engine"), engineVersion()},
             {QStringLiteral("qtEngine"), QSslSocket::sslLibraryVersionString()},
@@ -215,6 +232,7 @@ QJsonObject Results::json(const Options& options) const
             {QStringLiteral("share"), options.share},
             {QStringLiteral("date"), QDateTime::currentDateTimeUtc().toString(Qt::ISODate)},
             {QStringLiteral("rows"), rows},
+            {QStringLiteral("comparisons"), comparisons},
             {QStringLiteral("goals"), goals}};
 }
 
@@ -224,7 +242,7 @@ int Results::finish(const Options& options) const
     out << m_load << ", " << engineVersion() << ", median (quartiles) of " << options.rounds
         << " rounds\n";
     printRows(out);
-    printGoals(out);
+    printComparisons(out);
     if (options.jsonFile.isEmpty())
         return 0;
     QFile file(options.jsonFile);

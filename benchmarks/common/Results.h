@@ -34,7 +34,8 @@ class Results
 public:
     explicit Results(QString load);
 
-    //! Notes one sample. Unit and sense are those of the first one of the same Key::what.
+    //! Notes one sample; rows are told in the order of the tasks of runRounds(). Unit and sense are
+    //! those of the first one of the same Key::what.
     void add(const Key& key, double value, const QString& unit, Better better);
 
     /*!
@@ -42,6 +43,9 @@ public:
         where more is better, and at most \a limit where less is.
     */
     void expect(const Key& subject, const Key& reference, double limit);
+
+    //! Has the ratio of two things told that are not the same thing done by another.
+    void compare(const Key& subject, const Key& reference);
 
     /*!
         Prints the medians with their quartiles and ratios, and what became of the goals; writes the
@@ -54,30 +58,33 @@ private:
     struct Row
     {
         Key key;
+        int task; //!< The rounds come in random order, the rows shall not.
         QString unit;
         Better better;
         QVector<double> values;
     };
 
-    struct Goal
+    struct Comparison
     {
         Key subject;
         Key reference;
-        double limit;
+        double limit; //!< Not used without a goal.
     };
 
     const Row& row(const Key& key) const;
-    double ratio(const Goal& goal) const;
-    bool isMet(const Goal& goal) const;
+    double ratio(const Comparison& comparison) const;
+    bool isMet(const Comparison& goal) const;
     void printRows(QTextStream& out) const;
-    void printGoals(QTextStream& out) const;
+    QString text(const Comparison& comparison) const;
+    void printComparisons(QTextStream& out) const;
     QJsonObject json(const Options& options) const;
     static QJsonObject json(const Row& row);
-    QJsonObject json(const Goal& goal) const;
+    QJsonObject json(const Comparison& comparison, bool isGoal) const;
 
     QString m_load;
     QList<Row> m_rows;
-    QList<Goal> m_goals;
+    QList<Comparison> m_comparisons;
+    QList<Comparison> m_goals;
 };
 
 } // namespace bench

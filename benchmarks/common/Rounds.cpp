@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "Rounds.h"
+#include "common/Rounds.h"
 
 #include <QtCore/QRandomGenerator>
 
@@ -7,6 +7,17 @@
 #include <cmath>
 
 namespace bench {
+
+namespace {
+
+int running = 0;
+
+} // namespace
+
+int runningTask()
+{
+    return running;
+}
 
 void runRounds(int rounds, const QList<std::function<void(bool counts)>>& tasks)
 {
@@ -17,9 +28,12 @@ void runRounds(int rounds, const QList<std::function<void(bool counts)>>& tasks)
         order.append(i);
     for (int round = 0; round < rounds; ++round) {
         std::shuffle(order.begin(), order.end(), *QRandomGenerator::global());
-        for (int i : qAsConst(order))
+        for (int i : qAsConst(order)) {
+            running = i;
             tasks.at(i)(true);
+        }
     }
+    running = 0;
 }
 
 double median(QVector<double> values)

@@ -16,6 +16,9 @@ namespace bench {
 */
 void runRounds(int rounds, const QList<std::function<void(bool counts)>>& tasks);
 
+//! Returns the number of the task that is running; 0 outside of runRounds().
+int runningTask();
+
 double median(QVector<double> values);
 
 //! Returns what \a share, from 0 to 1, of \a values lies below; between two values, a mean of them.
