@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "common/BareLoop.h"
+#include "BareLoop.h"
 
-#include "common/Options.h"
+#include "Options.h"
 
 #include <QtCore/QByteArray>
 #include <QtCore/QFile>
@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <arpa/inet.h>
+#include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <unistd.h>
 #include <vector>
@@ -81,9 +82,11 @@ BareConnection::BareConnection(const EngineContext& context, EngineContext::Role
     const timeval limit{TIME_LIMIT_SECONDS, 0};
     setsockopt(descriptor, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
     setsockopt(descriptor, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+    // As all others do, see EndpointFactory.
+    const int on = 1;
+    setsockopt(descriptor, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
     SSL_set_fd(m_ssl, descriptor);
-    const int result =
-        role == EngineContext::Role::Server ? SSL_accept(m_ssl) : SSL_connect(m_ssl);
+    const int result = role == EngineContext::Role::Server ? SSL_accept(m_ssl) : SSL_connect(m_ssl);
     if (result != 1)
         failInEngine("no handshake on a bare connection");
 }
@@ -105,6 +108,11 @@ int BareConnection::connectTo(quint16 port)
     if (connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
         fail(QStringLiteral("a bare connection is refused"));
     return descriptor;
+}
+
+bool BareConnection::isResumed() const
+{
+    return SSL_session_reused(m_ssl) != 0;
 }
 
 int BareConnection::read(char* data, int size)

@@ -2,7 +2,7 @@
 #ifndef FERRULE_BENCH_BARELOOP_H
 #define FERRULE_BENCH_BARELOOP_H
 
-#include "common/Setup.h"
+#include "Setup.h"
 
 #include <openssl/ssl.h>
 
@@ -38,6 +38,8 @@ public:
 
     //! Returns a blocking socket that is connected to 127.0.0.1.
     static int connectTo(quint16 port);
+
+    bool isResumed() const;
 
     //! Reads at least one byte and at most \a size; returns 0 at the end of the connection.
     int read(char* data, int size);

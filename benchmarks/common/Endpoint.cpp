@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "common/Endpoint.h"
+#include "Endpoint.h"
 
-#include "common/Options.h"
+#include "Options.h"
 
 #include <Ferrule/SslSocket.h>
 
@@ -34,6 +34,13 @@ void checkCipher(const QTcpSocket* end, const Setup& setup)
         return;
     if (cipher != cipherName(setup.protocol))
         fail(nameOf(setup.subject) + QStringLiteral(" negotiated \"%1\"").arg(cipher));
+}
+
+void sendWithoutDelay(QTcpSocket* end)
+{
+    auto* ferrule = qobject_cast<vela::SslSocket*>(end);
+    QTcpSocket* transport = ferrule ? ferrule->socket() : end;
+    transport->setSocketOption(QAbstractSocket::LowDelayOption, 1);
 }
 
 void failOnError(QTcpSocket* end, const Setup& setup)
@@ -136,6 +143,7 @@ void whenReady(QTcpSocket* end, const Setup& setup, const std::function<void()>&
     failOnError(end, setup);
     const auto ready = [end, setup, function] {
         checkCipher(end, setup);
+        sendWithoutDelay(end);
         function();
     };
     if (auto* socket = qobject_cast<QSslSocket*>(end))
@@ -166,12 +174,20 @@ qint64 outstanding(const QTcpSocket* end)
 
 QString spelledLoopback(int number)
 {
-    // Leading zeros, which change the text and not the address.
-    const auto part = [](int zeros, int value) {
-        return QString(zeros, QLatin1Char('0')) + QString::number(value);
+    // As an IPv6 address that stands for the other, 0:0:0:0:0:ffff:7f00:1. A group may begin with
+    // zeros, four digits in all, and its letters may be capital ones.
+    const auto choose = [&number](int choices) {
+        const int choice = number % choices;
+        number /= choices;
+        return choice;
     };
-    return QStringLiteral("127.%1.%2.%3")
-        .arg(part(number % 30, 0), part(number / 30 % 30, 0), part(number / 900 % 30, 1));
+    QString text;
+    for (int group = 0; group < 5; ++group)
+        text += QString(choose(4) + 1, QLatin1Char('0')) + QLatin1Char(':');
+    for (int digit = 0; digit < 4; ++digit)
+        text += QLatin1Char(choose(2) == 0 ? 'f' : 'F');
+    text += choose(2) == 0 ? QStringLiteral(":7f00:") : QStringLiteral(":7F00:");
+    return text + QString(choose(4), QLatin1Char('0')) + QLatin1Char('1');
 }
 
 } // namespace bench

@@ -2,7 +2,7 @@
 #ifndef FERRULE_BENCH_ENDPOINT_H
 #define FERRULE_BENCH_ENDPOINT_H
 
-#include "common/Setup.h"
+#include "Setup.h"
 
 #include <QtNetwork/QSslConfiguration>
 #include <QtNetwork/QTcpSocket>
@@ -17,7 +17,8 @@ namespace bench {
     for all of them. Belongs to one thread.
 
     All kinds are set up for the same protocol, cipher and certificate, and none ends a connection
-    because of what it thinks of the certificate. None has any socket option changed.
+    because of what it thinks of the certificate. All send without delay as soon as they are ready:
+    otherwise the last segment of a sample waits 40 ms for an acknowledgement now and then.
 */
 class EndpointFactory
 {
@@ -26,7 +27,7 @@ public:
 
     const Setup& setup() const { return m_setup; }
 
-    //! Makes a client and begins to connect it to \a host, an address in 127.0.0.0/8.
+    //! Makes a client and begins to connect it to \a host, a spelling of 127.0.0.1.
     std::unique_ptr<QTcpSocket> connectClient(const QString& host, quint16 port) const;
 
     //! Makes the server's end of the connection \a descriptor; the caller owns it.
@@ -58,7 +59,8 @@ void whenSent(QTcpSocket* end, const std::function<void()>& function);
 //! Returns the bytes that are between \a end and the operating system, encrypted or not.
 qint64 outstanding(const QTcpSocket* end);
 
-//! Spells 127.0.0.1 in another way for each number from 0 to 26999.
+//! Spells 127.0.0.1 in another way for each number below SPELLINGS.
+constexpr int SPELLINGS = 4 * 4 * 4 * 4 * 4 * 16 * 2 * 4;
 QString spelledLoopback(int number);
 
 } // namespace bench

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "common/Setup.h"
+#include "Setup.h"
 
-#include "common/Options.h"
+#include "Options.h"
 
 #include <QtCore/QTextStream>
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "common/Talk.h"
+#include "Talk.h"
 
-#include "common/Endpoint.h"
-#include "common/Options.h"
+#include "Endpoint.h"
+#include "Options.h"
 
 #include <algorithm>
 

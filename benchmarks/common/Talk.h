@@ -8,13 +8,15 @@
 class QTcpSocket;
 
 /*
-    What client and server tell each other. A server greets with one octet as soon as it can send.
+    What client and server tell each other. A server greets with one octet as soon as it can send,
+    another one if it is the bare engine and has resumed a session.
     Then the client may ask, once for each connection, for one of the things below.
 */
 
 namespace bench {
 
 constexpr char GREETING = 'G';
+constexpr char GREETING_AGAIN = 'A';
 constexpr char THANKS = 'T'; //!< The server's answer to the last octet of Demand::Receive.
 
 enum class Demand : qint32 {
