@@ -2,152 +2,63 @@
 
 /*
     What it costs to decrypt data that has piled up, by the size of the pile. The cost for each MiB
-    should not depend on the size: printed is its ratio to that of the smallest pile.
+    should not depend on the size: told is its ratio to that of the smallest pile.
 
     The peer is OpenSSL alone. Everything arrives in the inner socket before the first byte is
     decrypted; only the decryption is timed, with a host that reads each piece in readyRead().
-   Rounds of different sizes take turns in random order.
 */
+
+#include "common/Endpoint.h"
+#include "common/Events.h"
+#include "common/Identity.h"
+#include "common/MemoryPeer.h"
+#include "common/Options.h"
+#include "common/Results.h"
+#include "common/Rounds.h"
 
 #include <Ferrule/SslSocket.h>
 
-#include <QtCore/QCoreApplication>
-#include <QtCore/QElapsedTimer>
-#include <QtCore/QMap>
-#include <QtCore/QRandomGenerator>
-#include <QtCore/QTextStream>
 #include <QtNetwork/QTcpServer>
-
-#include <openssl/ssl.h>
-#include <openssl/x509.h>
 
 #include <algorithm>
 #include <ctime>
-#include <functional>
 
 namespace {
 
 constexpr int MIB = 1024 * 1024;
-constexpr int ROUNDS = 11;
-constexpr double LARGEST_RATIO = 1.5;
-const QList<int> SIZES = {1, 16, 64};
-
-[[noreturn]] void fail(const char* what)
-{
-    qFatal("bench_backlog: %s", what);
-}
-
-//! A TLS server over memory: takes and gives octets, knows no socket.
-class Peer
-{
-public:
-    Peer()
-    {
-        m_context = SSL_CTX_new(SSLv23_method());
-        makeIdentity();
-        m_ssl = SSL_new(m_context);
-        m_input = BIO_new(BIO_s_mem());
-        m_output = BIO_new(BIO_s_mem());
-        SSL_set_bio(m_ssl, m_input, m_output);
-        SSL_set_accept_state(m_ssl);
-    }
-
-    ~Peer()
-    {
-        SSL_free(m_ssl);
-        SSL_CTX_free(m_context);
-    }
-
-    //! Takes octets from the other end and returns the answer.
-    QByteArray handshake(const QByteArray& octets)
-    {
-        BIO_write(m_input, octets.constData(), octets.size());
-        SSL_do_handshake(m_ssl);
-        return takeOutput();
-    }
-
-    bool isReady() const { return SSL_is_init_finished(m_ssl); }
-
-    QByteArray encrypt(const QByteArray& data)
-    {
-        if (SSL_write(m_ssl, data.constData(), data.size()) != data.size())
-            fail("the peer cannot encrypt");
-        return takeOutput();
-    }
-
-private:
-    void makeIdentity()
-    {
-        EVP_PKEY_CTX* generator = EVP_PKEY_CTX_new_id(EVP_PKEY_RSA, nullptr);
-        EVP_PKEY* key = nullptr;
-        EVP_PKEY_keygen_init(generator);
-        EVP_PKEY_CTX_set_rsa_keygen_bits(generator, 2048);
-        if (EVP_PKEY_keygen(generator, &key) != 1)
-            fail("no key could be made");
-        EVP_PKEY_CTX_free(generator);
-        X509* x509 = X509_new();
-        ASN1_INTEGER_set(X509_get_serialNumber(x509), 1);
-        X509_gmtime_adj(X509_get_notBefore(x509), -3600);
-        X509_gmtime_adj(X509_get_notAfter(x509), 3600);
-        X509_set_pubkey(x509, key);
-        X509_sign(x509, key, EVP_sha256());
-        SSL_CTX_use_certificate(m_context, x509);
-        SSL_CTX_use_PrivateKey(m_context, key);
-        X509_free(x509);
-        EVP_PKEY_free(key);
-    }
-
-    QByteArray takeOutput()
-    {
-        QByteArray output(static_cast<int>(BIO_pending(m_output)), Qt::Uninitialized);
-        if (!output.isEmpty())
-            BIO_read(m_output, output.data(), output.size());
-        return output;
-    }
-
-    SSL_CTX* m_context;
-    SSL* m_ssl;
-    BIO* m_input;
-    BIO* m_output;
-};
-
-void processEventsUntil(const std::function<bool()>& condition)
-{
-    QElapsedTimer timer;
-    timer.start();
-    while (!condition()) {
-        if (timer.elapsed() > 60000)
-            fail("nothing happened for a minute");
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 100);
-    }
-}
+constexpr int REPETITIONS = 8; // A single MiB is over before the clock has ticked often.
+constexpr int QUEUED = 8 * MIB;
+constexpr double LIMIT = 1.2;
 
 //! Returns the seconds of processor time that decrypting a backlog of \a size MiB takes.
-double decryptBacklog(int size)
+double decryptBacklog(int size, const bench::Setup& setup)
 {
     QTcpServer server;
     if (!server.listen(QHostAddress::LocalHost))
-        fail("cannot listen on loopback");
-    vela::SslSocket client(vela::SslSocket::Client);
-    client.connectToHost(QStringLiteral("localhost"), server.serverPort());
-    processEventsUntil([&] { return server.hasPendingConnections(); });
+        bench::fail(QStringLiteral("cannot listen on loopback"));
+    const auto end = bench::EndpointFactory(setup).connectClient(QStringLiteral("127.0.0.1"),
+                                                                 server.serverPort());
+    auto& client = static_cast<vela::SslSocket&>(*end);
+    bench::processEventsUntil([&] { return server.hasPendingConnections(); });
     QTcpSocket* transport = server.nextPendingConnection();
-    Peer peer;
+    bench::MemoryPeer peer(setup);
     const auto answer = [&] { transport->write(peer.handshake(transport->readAll())); };
     QObject::connect(transport, &QIODevice::readyRead, transport, answer);
     answer(); // The hello may be here already.
-    processEventsUntil(
+    bench::processEventsUntil(
         [&] { return peer.isReady() && client.state() == QAbstractSocket::ConnectedState; });
+    peer.check();
 
-    qint64 pending = 0;
+    qint64 pending = client.socket()->bytesAvailable();
     client.socket()->blockSignals(true);
     const QByteArray data(MIB, 'x');
     for (int i = 0; i < size; ++i) {
         const QByteArray wire = peer.encrypt(data);
         pending += wire.size();
         transport->write(wire);
+        bench::processEventsUntil([&] { return transport->bytesToWrite() < QUEUED; });
     }
-    processEventsUntil([&] { return client.socket()->bytesAvailable() >= pending; });
+    bench::processEventsUntil([&] { return client.socket()->bytesAvailable() >= pending; });
     client.socket()->blockSignals(false);
 
     qint64 read = 0;
@@ -160,14 +71,14 @@ double decryptBacklog(int size)
     QMetaObject::invokeMethod(&client, "readFromSocket");
     const double seconds = static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC;
     if (read != static_cast<qint64>(size) * MIB)
-        fail("not everything was decrypted");
+        bench::fail(QStringLiteral("not everything was decrypted"));
     return seconds;
 }
 
-double median(QList<double> values)
+bench::Key key(int size, bench::Protocol protocol)
 {
-    std::sort(values.begin(), values.end());
-    return values.at(values.size() / 2);
+    return {QStringLiteral("a backlog of %1 MiB").arg(size), QString(), bench::nameOf(protocol),
+            QStringLiteral("Ferrule")};
 }
 
 } // namespace
@@ -175,37 +86,34 @@ double median(QList<double> values)
 int main(int argc, char** argv)
 {
     const QCoreApplication application(argc, argv);
-    qInstallMessageHandler([](QtMsgType type, const QMessageLogContext&, const QString& text) {
-        if (type != QtDebugMsg)
-            QTextStream(stderr) << text << '\n';
-    });
+    bench::prepareProcess();
+    const bench::Options options = bench::parseOptions(
+        QStringLiteral("Measures what decrypting costs by how much has piled up."));
+    const bench::Identity identity;
+    bench::Results results(QStringLiteral("backlog"));
+    QList<int> sizes;
+    for (int size : {1, 16, 64, 256})
+        sizes.append(size == 1 ? 1 : std::max(2, bench::scaled(options, size)));
 
-    QList<int> schedule;
-    for (int round = 0; round < ROUNDS; ++round)
-        schedule += SIZES;
-    std::shuffle(schedule.begin(), schedule.end(), *QRandomGenerator::global());
-    decryptBacklog(SIZES.first()); // The first of all pays for caches and lazy loading.
-    QMap<int, QList<double>> milliseconds;
-    for (int size : qAsConst(schedule))
-        milliseconds[size].append(decryptBacklog(size) * 1000 / size);
-
-    QTextStream out(stdout);
-    out << "decrypting a backlog, " << SSLeay_version(SSLEAY_VERSION) << ", median of " << ROUNDS
-        << " rounds\n"
-        << "  size MiB   ms per MiB   fastest   slowest   ratio to 1 MiB\n";
-    const double base = median(milliseconds.value(SIZES.first()));
-    bool linear = true;
-    for (int size : SIZES) {
-        const QList<double> values = milliseconds.value(size);
-        const double ratio = median(values) / base;
-        linear = linear && ratio <= LARGEST_RATIO;
-        out << QStringLiteral("%1 %2 %3 %4 %5\n")
-                   .arg(size, 10)
-                   .arg(median(values), 12, 'f', 3)
-                   .arg(*std::min_element(values.begin(), values.end()), 9, 'f', 3)
-                   .arg(*std::max_element(values.begin(), values.end()), 9, 'f', 3)
-                   .arg(ratio, 16, 'f', 2);
+    QList<std::function<void(bool)>> tasks;
+    for (bench::Protocol protocol : bench::protocols()) {
+        const bench::Setup setup{bench::Subject::Ferrule, protocol, identity.certificateFile(),
+                                 identity.keyFile()};
+        for (int size : qAsConst(sizes)) {
+            tasks.append([&results, size, setup](bool counts) {
+                const int repetitions = size == 1 ? REPETITIONS : 1;
+                double seconds = 0;
+                for (int i = 0; i < repetitions; ++i)
+                    seconds += decryptBacklog(size, setup);
+                if (counts)
+                    results.add(key(size, setup.protocol), seconds * 1000 / (size * repetitions),
+                                QStringLiteral("ms/MiB"), bench::Better::Less);
+            });
+        }
+        for (int size : sizes.mid(1, sizes.size() - 2))
+            results.compare(key(size, protocol), key(1, protocol));
+        results.expect(key(sizes.last(), protocol), key(1, protocol), LIMIT);
     }
-    out << (linear ? "linear: no ratio is above 1.5\n" : "NOT linear: a ratio is above 1.5\n");
-    return linear ? 0 : 1;
+    bench::runRounds(options.rounds, tasks);
+    return results.finish(options);
 }

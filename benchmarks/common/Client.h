@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#ifndef FERRULE_BENCH_CLIENT_H
+#define FERRULE_BENCH_CLIENT_H
+
+#include "BareLoop.h"
+#include "Endpoint.h"
+#include "Talk.h"
+
+#include <QtCore/QEventLoop>
+
+namespace bench {
+
+//! An event loop that does not wait for ever: a minute without an end is one of the program.
+class PatientLoop
+{
+public:
+    void run();
+    void end() { m_loop.quit(); }
+
+private:
+    QEventLoop m_loop;
+};
+
+//! Connects a Qt socket, and waits for the server's greeting.
+std::unique_ptr<QTcpSocket> greetedClient(const EndpointFactory& factory, quint16 port);
+
+//! The same for the bare loop.
+std::unique_ptr<BareConnection> greetedConnection(const EngineContext& context, quint16 port);
+
+} // namespace bench
+
+#endif
