@@ -5,9 +5,10 @@
     does in the same loop: for Ferrule, and for the sockets of Qt for comparison. The amount is the
     same, divided among the connections.
 
-    The clients are in the main thread, the servers' ends in another. Handshakes are over before the
-    clock runs. A server's end is written to in pieces of 16 KiB, as long as not more than 64 KiB
-    are on their way to the operating system.
+    The clients are in the main thread, the servers' ends in another. Before the clock runs all
+    handshakes are over, and every connection has carried the same amount once, so that buffers are
+    allocated and the windows of TCP are open. A server's end is written to in pieces of 16 KiB, as
+   long as not more than 64 KiB are on their way to the operating system.
 */
 
 #include "common/Connections.h"
@@ -21,6 +22,7 @@
 #include <QtCore/QThread>
 
 #include <algorithm>
+#include <atomic>
 
 namespace {
 
@@ -64,8 +66,11 @@ public:
         QMetaObject::invokeMethod(
             &m_context,
             [&] {
-                m_server = std::make_unique<bench::EndServer>(
-                    setup, [pieces](QTcpSocket* end) { serve(end, pieces); });
+                m_server =
+                    std::make_unique<bench::EndServer>(setup, [this, pieces](QTcpSocket* end) {
+                        serve(end, pieces);
+                        ++m_ready;
+                    });
             },
             Qt::BlockingQueuedConnection);
     }
@@ -79,22 +84,37 @@ public:
     }
 
     quint16 port() const { return m_server->serverPort(); }
+    std::size_t ready() const { return m_ready; }
 
 private:
     Q_DISABLE_COPY(ServerThread)
     QThread m_thread;
     QObject m_context;
     std::unique_ptr<bench::EndServer> m_server;
+    std::atomic<std::size_t> m_ready{0};
 };
+
+//! Connects \a count clients, at no time many more than the server has seen.
+bench::Clients connectTo(const ServerThread& server, const bench::Setup& setup, int count)
+{
+    constexpr int AT_ONCE = 25;
+    bench::EndpointFactory factory(setup);
+    bench::Clients clients;
+    while (static_cast<int>(clients.size()) < count) {
+        const int missing = count - static_cast<int>(clients.size());
+        bench::connectClients(clients, factory, std::min(missing, AT_ONCE), server.port(),
+                              bench::Handshakes::Resumed);
+        bench::processEventsUntil([&] { return server.ready() == clients.size(); }, 1);
+    }
+    return clients;
+}
 
 //! Returns the bytes a second that \a count connections receive together.
 double measure(const bench::Setup& setup, int count, int pieces)
 {
     const int piecesOfEach = pieces / count;
     const ServerThread server(setup, piecesOfEach);
-    bench::EndpointFactory factory(setup);
-    bench::Clients clients;
-    bench::connectClients(clients, factory, count, server.port(), bench::Handshakes::Resumed);
+    const bench::Clients clients = connectTo(server, setup, count);
     const qint64 wanted = static_cast<qint64>(piecesOfEach) * count * PIECE;
     qint64 received = 0;
     for (const auto& client : clients) {
@@ -102,14 +122,18 @@ double measure(const bench::Setup& setup, int count, int pieces)
         QObject::connect(socket, &QIODevice::readyRead, socket,
                          [&received, socket] { received += socket->readAll().size(); });
     }
-    QElapsedTimer timer;
-    timer.start();
-    for (const auto& client : clients)
-        client->write("x", 1);
-    bench::processEventsUntil([&] { return received >= wanted; });
-    const double seconds = static_cast<double>(timer.nsecsElapsed()) / 1e9;
-    if (received != wanted)
-        bench::fail(QStringLiteral("more was received than was sent"));
+    double seconds = 0;
+    for (int pass = 0; pass < 2; ++pass) {
+        received = 0;
+        QElapsedTimer timer;
+        timer.start();
+        for (const auto& client : clients)
+            client->write("x", 1);
+        bench::processEventsUntil([&] { return received >= wanted; });
+        seconds = static_cast<double>(timer.nsecsElapsed()) / 1e9; // Of the last pass.
+        if (received != wanted)
+            bench::fail(QStringLiteral("more was received than was sent"));
+    }
     return static_cast<double>(wanted) / seconds;
 }
 

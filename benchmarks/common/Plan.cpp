@@ -51,11 +51,11 @@ void Plan::expect(const QString& what, const Job& reference, double limit)
 int Plan::run()
 {
     QList<std::function<void(bool)>> tasks;
-    for (int i = 0; i < m_items.size(); ++i) {
-        tasks.append([this, i](bool counts) {
-            const QJsonObject sample = m_crew.measure(m_items.at(i).job);
+    for (Item& item : m_items) {
+        tasks.append([this, &item](bool counts) {
+            const QJsonObject sample = m_crew.measure(item.job);
             if (counts)
-                m_items[i].samples.append(sample);
+                item.samples.append(sample);
         });
     }
     runRounds(m_options.rounds, tasks);
