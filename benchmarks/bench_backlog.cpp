@@ -107,8 +107,7 @@ int main(int argc, char** argv)
                     seconds += decryptBacklog(size, setup);
                 if (counts)
                     results.add(key(size, setup.protocol), seconds * 1000 / (size * repetitions),
-                                QStringLiteral("ms of processor time for each MiB"),
-                                bench::Better::Less);
+                                QStringLiteral("ms/MiB"), bench::Better::Less);
             });
         }
         for (int size : sizes.mid(1, sizes.size() - 2))

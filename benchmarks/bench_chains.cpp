@@ -6,9 +6,12 @@
     chains of this program end in. A chain is an end certificate, an intermediate and the root.
 
     Both sides are handed certificates that are parsed already, though no certificate twice: the
-    engine remembers which signatures it has found good. The sides take turns, and take turns in
-    beginning; printed are medians of processor time with the range of the rounds, and the ratio.
+    engine remembers which signatures it has found good. Told are microseconds of processor time.
 */
+
+#include "common/Options.h"
+#include "common/Results.h"
+#include "common/Rounds.h"
 
 #include <Ferrule/WinCertStore.h>
 
@@ -35,7 +38,6 @@ using vela::SslCertificateChain;
 using vela::SslCertificatePtr;
 using vela::WinCertStore;
 
-constexpr int ROUNDS = 15;
 constexpr int VERIFICATIONS = 400; // A round and side.
 constexpr int MANY = 100;          // As many peers as a busy host might meet in turn.
 constexpr int STRANGERS = 400;     // More than the store remembers.
@@ -43,7 +45,7 @@ constexpr double LIMIT = 1.5;
 
 [[noreturn]] void fail(const char* what)
 {
-    qFatal("bench_chains: %s", what);
+    bench::fail(QString::fromLatin1(what));
 }
 
 EVP_PKEY* makeKey(int type)
@@ -171,100 +173,99 @@ QByteArray writeBundle(const QTemporaryDir& directory, std::initializer_list<QBy
     return QFile::encodeName(bundle.fileName());
 }
 
-//! Returns the microseconds of processor time per call of \a verify, which is true.
-double measure(const std::function<bool(int)>& verify)
+//! Peers are known that have been met; others are strangers each time that they come.
+int toMeetFirst(int leaves)
 {
-    int good = 0;
-    const std::clock_t start = std::clock();
-    for (int i = 0; i < VERIFICATIONS; ++i)
-        good += verify(i) ? 1 : 0;
-    const double seconds = static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC;
-    if (good != VERIFICATIONS)
-        fail("a chain was not found valid");
-    return seconds * 1e6 / VERIFICATIONS;
+    return leaves < STRANGERS ? leaves : 0;
 }
 
-double measureStore(WinCertStore& store, const Chains& chains, int leaves)
+/*!
+    Returns the microseconds of processor time per call of \a verify, which is true. The calls
+   before number \a first do not count.
+*/
+double measure(int first, int count, const std::function<bool(int)>& verify)
 {
+    int good = 0;
+    for (int i = 0; i < first; ++i)
+        good += verify(i) ? 1 : 0;
+    const std::clock_t start = std::clock();
+    for (int i = first; i < first + count; ++i)
+        good += verify(i) ? 1 : 0;
+    const double seconds = static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC;
+    if (good != first + count)
+        fail("a chain was not found valid");
+    return seconds * 1e6 / count;
+}
+
+double measureStore(WinCertStore& store, const Chains& chains, int leaves, int count)
+{
+    const int first = toMeetFirst(leaves);
     QList<SslCertificateChain> all;
-    for (int i = 0; i < VERIFICATIONS; ++i) {
+    for (int i = 0; i < first + count; ++i) {
         SslCertificateChain chain;
         for (X509* x509 : chains.parsed(i % leaves))
             chain << SslCertificatePtr(new SslCertificate(x509, true));
         all.append(chain);
     }
-    return measure([&](int i) { return store.verify(all.at(i)) == vela::VerifyOk; });
+    return measure(first, count, [&](int i) { return store.verify(all.at(i)) == vela::VerifyOk; });
 }
 
-double measureEngine(X509_STORE* store, const Chains& chains, int leaves)
+double measureEngine(X509_STORE* store, const Chains& chains, int leaves, int count)
 {
+    const int first = toMeetFirst(leaves);
     QList<QList<X509*>> all;
     QList<STACK_OF(X509)*> others;
-    for (int i = 0; i < VERIFICATIONS; ++i) {
+    for (int i = 0; i < first + count; ++i) {
         all.append(chains.parsed(i % leaves));
         others.append(sk_X509_new_null());
         sk_X509_push(others.last(), all.last().at(1));
         sk_X509_push(others.last(), all.last().at(2));
     }
-    const double result = measure([&](int i) {
+    const double result = measure(first, count, [&](int i) {
         X509_STORE_CTX* context = X509_STORE_CTX_new();
         X509_STORE_CTX_init(context, store, all.at(i).first(), others.at(i));
         const bool isValid = X509_verify_cert(context) == 1;
         X509_STORE_CTX_free(context);
         return isValid;
     });
-    for (int i = 0; i < VERIFICATIONS; ++i) {
+    for (int i = 0; i < first + count; ++i) {
         sk_X509_pop_free(others.at(i), X509_free);
         X509_free(all.at(i).first());
     }
     return result;
 }
 
-struct Sample
+struct Case
 {
-    explicit Sample(QList<double> values)
-    {
-        std::sort(values.begin(), values.end());
-        least = values.first();
-        median = values.at(values.size() / 2);
-        most = values.last();
-    }
-
-    QString text() const
-    {
-        return QStringLiteral("%1 (%2 to %3)")
-            .arg(median, 8, 'f', 1)
-            .arg(least, 0, 'f', 1)
-            .arg(most, 0, 'f', 1);
-    }
-
-    double least;
-    double median;
-    double most;
+    const char* name;
+    const Chains& chains;
+    int leaves;
+    bool hasLimit;
 };
 
-//! Measures and prints one row of the table; returns the ratio.
-double compare(const char* name, const Chains& chains, int leaves, WinCertStore& store,
-               X509_STORE* engine)
+//! Appends what measures both sides in \a one case.
+void addTasks(QList<std::function<void(bool)>>& tasks, bench::Results& results, const Case& one,
+              WinCertStore& store, X509_STORE* engine, int count)
 {
-    QList<double> own;
-    QList<double> peer;
-    for (int round = 0; round < ROUNDS; ++round) {
-        if (round % 2 == 0)
-            own.append(measureStore(store, chains, leaves));
-        peer.append(measureEngine(engine, chains, leaves));
-        if (round % 2 != 0)
-            own.append(measureStore(store, chains, leaves));
-    }
-    const Sample ownSample(own);
-    const Sample peerSample(peer);
-    const double ratio = ownSample.median / peerSample.median;
-    QTextStream(stdout) << QStringLiteral("  %1 %2   %3 %4\n")
-                               .arg(QString::fromLatin1(name), -28)
-                               .arg(ownSample.text(), -30)
-                               .arg(peerSample.text(), -30)
-                               .arg(ratio, 6, 'f', 2);
-    return ratio;
+    const auto key = [&](const char* subject) {
+        return bench::Key{QString::fromLatin1(one.name), QString(), QString(),
+                          QString::fromLatin1(subject)};
+    };
+    const auto add = [&](const bench::Key& of, const std::function<double()>& sample) {
+        tasks.append([&results, of, sample](bool counts) {
+            const double microseconds = sample();
+            if (counts)
+                results.add(of, microseconds, QStringLiteral("us"), bench::Better::Less);
+        });
+    };
+    const Chains& chains = one.chains;
+    const int leaves = one.leaves;
+    add(key("Ferrule"),
+        [&store, &chains, leaves, count] { return measureStore(store, chains, leaves, count); });
+    add(key("X509_verify_cert"),
+        [engine, &chains, leaves, count] { return measureEngine(engine, chains, leaves, count); });
+    if (one.hasLimit)
+        results.expect(key("Ferrule"), key("X509_verify_cert"), LIMIT);
 }
 
 } // namespace
@@ -272,6 +273,8 @@ double compare(const char* name, const Chains& chains, int leaves, WinCertStore&
 int main(int argc, char** argv)
 {
     const QCoreApplication application(argc, argv);
+    const bench::Options options =
+        bench::parseOptions(QStringLiteral("Measures the system store's verdicts on chains."));
     const QTemporaryDir directory;
     const Chains rsa(EVP_PKEY_RSA, "RSA");
     const Chains ec(EVP_PKEY_EC, "P-256");
@@ -284,25 +287,19 @@ int main(int argc, char** argv)
     if (X509_STORE_load_locations(engine, bundle.constData(), nullptr) != 1)
         fail("the engine does not read the bundle");
 
-    QTextStream(stdout) << "chains of three, " << SSLeay_version(SSLEAY_VERSION) << ", "
-                        << "median (range) of " << ROUNDS << " rounds of " << VERIFICATIONS
-                        << ", microseconds of processor time for each\n"
-                        << QStringLiteral("  %1 %2   %3  ratio\n")
-                               .arg(QString(), -28)
-                               .arg(QStringLiteral("WinCertStore::verify"), -30)
-                               .arg(QStringLiteral("X509_verify_cert"), -30);
-    double worst = 0;
-    worst = std::max(worst, compare("RSA 2048, one peer", rsa, 1, store, engine));
-    worst = std::max(worst, compare("RSA 2048, many peers", rsa, MANY, store, engine));
-    worst = std::max(worst, compare("P-256, one peer", ec, 1, store, engine));
-    worst = std::max(worst, compare("P-256, many peers", ec, MANY, store, engine));
-    // Without a limit: the store decodes a certificate that it has not met.
-    compare("RSA 2048, strangers", rsa, STRANGERS, store, engine);
-    compare("P-256, strangers", ec, STRANGERS, store, engine);
+    bench::Results results(QStringLiteral("chains"));
+    QList<std::function<void(bool)>> tasks;
+    // Strangers have no limit: the store decodes a certificate that it has not met.
+    const Case cases[] = {
+        {"RSA 2048, one peer", rsa, 1, true},           {"RSA 2048, many peers", rsa, MANY, true},
+        {"RSA 2048, strangers", rsa, STRANGERS, false}, {"P-256, one peer", ec, 1, true},
+        {"P-256, many peers", ec, MANY, true},          {"P-256, strangers", ec, STRANGERS, false},
+    };
+    const int count = bench::scaled(options, VERIFICATIONS);
+    for (const Case& one : cases)
+        addTasks(tasks, results, one, store, engine, count);
+    bench::runRounds(options.rounds, tasks);
+    const int status = results.finish(options);
     X509_STORE_free(engine);
-    QTextStream(stdout) << QString::fromLatin1(
-                               worst <= LIMIT ? "known peers take at most %1 times as long\n"
-                                              : "known peers take MORE than %1 times as long\n")
-                               .arg(LIMIT);
-    return worst <= LIMIT ? 0 : 1;
+    return status;
 }

@@ -3,11 +3,16 @@
 /*
     What it costs to fill a store and to find something in it, for each operation and next to what
     one would write without the store: a plain scan of a list of chains, and OpenSSL's own readers
-    and stores. Printed is the ratio to each.
+    and stores.
 
-    Each round does all operations, in another order of certificates. The certificates are made
+    Each round does all operations, in another order of certificates: a store that is filled is what
+    is searched, so the operations of one round belong together. The certificates are made
     before any clock runs; wanted are other objects than those that are stored.
 */
+
+#include "common/Options.h"
+#include "common/Results.h"
+#include "common/Rounds.h"
 
 #include <Ferrule/GenericCertStore.h>
 
@@ -34,7 +39,6 @@ using vela::SslCertificate;
 using vela::SslCertificateChain;
 using vela::SslCertificatePtr;
 
-constexpr int ROUNDS = 5;
 constexpr int CHAINS = 10000;
 constexpr int SCANS = 100;           // Scans are slow; so many give a steady mean.
 constexpr int ENGINE_CHAINS = 2000;  // OpenSSL sorts its store at every addition.
@@ -42,7 +46,7 @@ constexpr unsigned int SEED = 10000; // Every run asks for the same.
 
 [[noreturn]] void fail(const char* what)
 {
-    qFatal("bench_store: %s", what);
+    bench::fail(QString::fromLatin1(what));
 }
 
 EVP_PKEY* makeKey()
@@ -81,10 +85,10 @@ X509* makeCertificate(int number, EVP_PKEY* key)
 //! The certificates, each as two objects that are equal.
 struct Certificates
 {
-    Certificates()
+    explicit Certificates(int count)
     {
         EVP_PKEY* key = makeKey();
-        for (int i = 0; i < CHAINS; ++i) {
+        for (int i = 0; i < count; ++i) {
             X509* x509 = makeCertificate(i, key);
             stored.append(SslCertificatePtr(new SslCertificate(x509, true)));
             wanted.append(SslCertificatePtr(new SslCertificate(x509, false)));
@@ -228,6 +232,7 @@ void measureImport(Results& results)
 
 void measureRound(Results& results, const Certificates& all, const QVector<int>& order)
 {
+    const int chains = order.size();
     GenericCertStore store(nullptr);
     const GenericCertStore& constStore = store;
     PlainList plain;
@@ -236,26 +241,26 @@ void measureRound(Results& results, const Certificates& all, const QVector<int>&
     const auto found = [&](const SslCertificateChain& chain, int i) {
         return chain.size() == 1 && chain.at(0) == all.stored.at(i);
     };
-    measure(results, QStringLiteral("add"), order, CHAINS, add);
+    measure(results, QStringLiteral("add"), order, chains, add);
     // Where the list is half full an addition takes what it takes in the mean.
-    for (int i : order.mid(0, CHAINS / 2))
+    for (int i : order.mid(0, chains / 2))
         plain.append(all.stored.at(i));
-    measure(results, QStringLiteral("scan add"), order.mid(CHAINS / 2), SCANS,
+    measure(results, QStringLiteral("scan add"), order.mid(chains / 2), SCANS,
             [&](int i) { return plain.add(all.stored.at(i)), true; });
-    for (int i : order.mid(CHAINS / 2 + SCANS))
+    for (int i : order.mid(chains / 2 + SCANS))
         plain.append(all.stored.at(i));
     measure(results, QStringLiteral("engine add"), order, ENGINE_CHAINS,
             [&](int i) { return engine.add(all.stored.at(i)), true; });
 
     QVector<int> wanted = order;
     std::shuffle(wanted.begin(), wanted.end(), std::mt19937(SEED));
-    measure(results, QStringLiteral("indexOf"), wanted, CHAINS,
+    measure(results, QStringLiteral("indexOf"), wanted, chains,
             [&](int i) { return store.indexOf(all.wanted.at(i)) >= 0; });
-    measure(results, QStringLiteral("operator[] certificate"), wanted, CHAINS,
+    measure(results, QStringLiteral("operator[] certificate"), wanted, chains,
             [&](int i) { return found(constStore[all.wanted.at(i)], i); });
-    measure(results, QStringLiteral("operator[] name"), wanted, CHAINS,
+    measure(results, QStringLiteral("operator[] name"), wanted, chains,
             [&](int i) { return found(constStore[all.names.at(i)], i); });
-    measure(results, QStringLiteral("verify"), wanted, CHAINS,
+    measure(results, QStringLiteral("verify"), wanted, chains,
             [&](int i) { return store.verify(all.wanted.at(i)) == vela::VerifyUnknown; });
     measure(results, QStringLiteral("scan certificate"), wanted, SCANS,
             [&](int i) { return plain.indexOf(all.wanted.at(i)) >= 0; });
@@ -268,17 +273,11 @@ void measureRound(Results& results, const Certificates& all, const QVector<int>&
             [&](int i) { return engine.contains(all.wanted.at(i)); });
 }
 
-double median(QList<double> values)
-{
-    std::sort(values.begin(), values.end());
-    return values.at(values.size() / 2);
-}
-
 struct Row
 {
     const char* operation;
-    const char* peer; //!< The key of its results.
-    const char* peerText;
+    const char* peer;     //!< The key of its results.
+    const char* peerText; //!< The name of its subject.
 };
 
 const Row ROWS[] = {
@@ -292,48 +291,46 @@ const Row ROWS[] = {
     {"verify", "scan certificate", "plain scan"},
 };
 
-//! Prints the table; returns whether nothing is slower than a plain scan.
-bool print(const Results& results)
+//! Hands one round's results on, each operation together with what it is next to.
+void addAll(bench::Results& results, const Results& round)
 {
-    QTextStream out(stdout);
-    out << "a store of 10,000 chains, " << SSLeay_version(SSLEAY_VERSION) << ", median of "
-        << ROUNDS << " rounds, microseconds of processor time for each\n"
-        << QStringLiteral("  %1 %2   %3 %4 %5\n")
-               .arg(QStringLiteral("operation"), -24)
-               .arg(QStringLiteral("store"), 9)
-               .arg(QStringLiteral("next to"), -40)
-               .arg(QStringLiteral("takes"), 9)
-               .arg(QStringLiteral("ratio"), 9);
-    bool faster = true;
+    const auto add = [&](const Row& row, const char* subject, const char* key) {
+        results.add({QString::fromLatin1(row.operation), QString(), QString(),
+                     QString::fromLatin1(subject)},
+                    round.value(QString::fromLatin1(key)).constFirst(), QStringLiteral("us"),
+                    bench::Better::Less);
+    };
+    const char* last = nullptr;
     for (const Row& row : ROWS) {
-        const double own = median(results.value(QString::fromLatin1(row.operation)));
-        const double peer = median(results.value(QString::fromLatin1(row.peer)));
-        faster = faster && (own < peer || QByteArray(row.peer).startsWith("engine"));
-        out << QStringLiteral("  %1 %2   %3 %4 %5\n")
-                   .arg(QString::fromLatin1(row.operation), -24)
-                   .arg(own, 9, 'f', 3)
-                   .arg(QString::fromLatin1(row.peerText), -40)
-                   .arg(peer, 9, 'f', 3)
-                   .arg(own / peer, 9, 'f', 4);
+        if (!last || qstrcmp(last, row.operation) != 0)
+            add(row, "Ferrule", row.operation);
+        last = row.operation;
+        add(row, row.peerText, row.peer);
     }
-    out << (faster ? "nothing is slower than a plain scan\n"
-                   : "something is SLOWER than a plain scan\n");
-    return faster;
 }
 
 } // namespace
 
-int main()
+int main(int argc, char** argv)
 {
-    const Certificates certificates;
-    QVector<int> order(CHAINS);
+    const QCoreApplication application(argc, argv);
+    const bench::Options options =
+        bench::parseOptions(QStringLiteral("Measures what stores cost: filling and searching."));
+    // At least what the scans and the engine take.
+    const int chains = std::max(2 * ENGINE_CHAINS, bench::scaled(options, CHAINS));
+    const Certificates certificates(chains);
+    QVector<int> order(chains);
     std::iota(order.begin(), order.end(), 0);
     std::mt19937 generator(SEED);
-    Results results;
-    for (int round = 0; round < ROUNDS; ++round) {
+    bench::Results results(QStringLiteral("store"));
+    const auto round = [&](bool counts) {
+        Results measured;
         std::shuffle(order.begin(), order.end(), generator);
-        measureImport(results);
-        measureRound(results, certificates, order);
-    }
-    return print(results) ? 0 : 1;
+        measureImport(measured);
+        measureRound(measured, certificates, order);
+        if (counts)
+            addAll(results, measured);
+    };
+    bench::runRounds(options.rounds, {round});
+    return results.finish(options);
 }

@@ -12,13 +12,13 @@
 
 namespace bench {
 
-void processEventsUntil(const std::function<bool()>& condition)
+void processEventsUntil(const std::function<bool()>& condition, int interval)
 {
     constexpr int LIMIT_MS = 60000;
     QElapsedTimer elapsed;
     elapsed.start();
     QTimer waker; // An event loop that waits for more would otherwise not notice the time.
-    waker.start(100);
+    waker.start(interval);
     while (!condition()) {
         if (elapsed.elapsed() > LIMIT_MS)
             fail(QStringLiteral("what was waited for did not happen within a minute"));

@@ -6,8 +6,11 @@
 
 namespace bench {
 
-//! Processes the thread's events until \a condition holds; after a minute ends the program.
-void processEventsUntil(const std::function<bool()>& condition);
+/*!
+    Processes the thread's events until \a condition holds; after a minute ends the program. It
+   looks after each event, and every \a interval milliseconds for what other threads do.
+*/
+void processEventsUntil(const std::function<bool()>& condition, int interval = 100);
 
 //! Lets the process have as many open files as it may, for a thousand connections.
 void raiseFileLimit();

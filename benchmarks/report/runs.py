@@ -126,4 +126,6 @@ def comparisons(run):
             pairs.append(pair)
         if "limit" in entry:
             goals[(id(pair[0]), id(pair[1]))] = entry
+    places = {id(row): place for place, row in enumerate(run["rows"])}
+    pairs.sort(key=lambda pair: (places[id(pair[0])], places[id(pair[1])]))
     return [Comparison(run, a, b, goals.get((id(a), id(b)))) for a, b in pairs]

@@ -13,7 +13,7 @@ def _number(value):
 
 
 def _median(row):
-    return f'{_number(row["median"])} ({_number(row["lower"])} to {_number(row["upper"])}) {row["unit"]}'
+    return f'{_number(row["median"])} ({_number(row["lower"])} to {_number(row["upper"])})'
 
 
 def _ratio(value):
@@ -26,20 +26,20 @@ def _sense(comparison):
 
 def ratio_rows(all_runs):
     """The lines of the table of ratios; headings first."""
-    lines = [("load", "engine", "what", "next to", "median (quartiles)", "the other's", "ratio",
-              "better is")]
+    lines = [("load", "engine", "what", "next to", "median (quartiles)", "the other's", "unit",
+              "better is", "ratio")]
     for run in all_runs:
         found = runs_module.comparisons(run)
         for item in found:
             lines.append((run["load"], runs_module.engine_text(run), item.label, item.series,
-                          _median(item.subject), _median(item.reference), _ratio(item.ratio),
-                          _sense(item)))
+                          _median(item.subject), _median(item.reference), item.subject["unit"],
+                          _sense(item), _ratio(item.ratio)))
         compared = {id(row) for item in found for row in (item.subject, item.reference)}
         for row in run["rows"]:
             if id(row) not in compared:  # Nothing is measured for nothing.
                 lines.append((run["load"], runs_module.engine_text(run),
                               f'{runs_module.thing_text(row)}, {row["subject"]}', "-", _median(row),
-                              "-", "-", row["better"]))
+                              "-", row["unit"], row["better"], "-"))
     return lines
 
 
