@@ -39,7 +39,8 @@ Growth taken()
             result.resident = line.simplified().split(' ').at(1).toLongLong() * 1024;
     }
     const auto information = mallinfo2();
-    result.heap = static_cast<qint64>(information.uordblks + information.hblkhd);
+    result.heap =
+        static_cast<qint64>(information.uordblks) + static_cast<qint64>(information.hblkhd);
     if (result.resident == 0 || result.heap == 0)
         fail(QStringLiteral("no memory is in use, they say"));
     return result;

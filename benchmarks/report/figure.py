@@ -19,7 +19,8 @@ import runs as runs_module
 
 ROW_INCHES = 0.19
 STYLES = [("#1b6ca8", "o"), ("#c2571a", "s"), ("#3b8b3b", "^"), ("#8e3b8b", "D"), ("#8a7a12", "v"),
-          ("#b02a37", "P"), ("#3a7f84", "X"), ("#5b5b5b", "<"), ("#7d4f2b", ">"), ("#444499", "h")]
+          ("#b02a37", "P"), ("#3a7f84", "X"), ("#5b5b5b", "<"), ("#7d4f2b", ">"), ("#444499", "h"),
+          ("#1f9e89", "p"), ("#a0522d", "*"), ("#555555", "8")]
 GOAL = "#d00000"
 
 
@@ -104,6 +105,6 @@ def draw(all_runs, path):
     figure.text(0.02, 1 - 1.9 * ROW_INCHES / total, "Ratios of medians, of costs inverted; the lines "
                 "are what the quartiles allow. The scale is logarithmic, one for each load.",
                 ha="left", va="top")
-    figure.legend(handles=handles, loc="upper left", bbox_to_anchor=(0.015, 1 - 2.9 * ROW_INCHES / total),
-                  ncol=3, frameon=False)
+    figure.legend(handles=handles, loc="upper left", ncol=3, frameon=False,
+                  bbox_to_anchor=(0.015, 1 - 2.9 * ROW_INCHES / total))
     figure.savefig(path, format="svg", metadata={"Date": None})

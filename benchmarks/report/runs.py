@@ -55,6 +55,12 @@ def thing(key):
     return key["what"], key["arrangement"], key["protocol"]
 
 
+def is_same_thing(own, other):
+    """Whether two subjects do the same; one without TLS, or without two ends, leaves that open."""
+    return own["what"] == other["what"] and all(
+        other[part] in ("", own[part]) for part in ("arrangement", "protocol"))
+
+
 def thing_text(key):
     return ", ".join(part for part in thing(key) if part)
 
@@ -85,8 +91,8 @@ class Comparison:
 
     @property
     def series(self):
-        """What it is compared with."""
-        if thing(self.subject) == thing(self.reference):
+        """What it is compared with; that the same is done goes without saying."""
+        if is_same_thing(self.subject, self.reference):
             return self.reference["subject"]
         if self.subject["subject"] == self.reference["subject"]:
             return f'itself, {self.reference["what"]}'
@@ -114,10 +120,10 @@ def comparisons(run):
     rows = {(*thing(row), row["subject"]): row for row in run["rows"]}
     goals = {}
     pairs = []
-    for row in run["rows"]:
-        own = rows.get((*thing(row), "Ferrule"))
-        if own is not None and own is not row:
-            pairs.append((own, row))
+    for own in run["rows"]:
+        if own["subject"] == "Ferrule":
+            pairs += [(own, row) for row in run["rows"]
+                      if row["subject"] != "Ferrule" and is_same_thing(own, row)]
     for entry in run.get("comparisons", []) + run["goals"]:
         reference = entry["reference"]
         pair = (rows[(*thing(entry), entry["subject"])],
