@@ -45,7 +45,7 @@ double seconds(const QElapsedTimer& timer)
 double measureQt(const Setup& setup, quint16 port, const Transfer& transfer)
 {
     const EndpointFactory factory(setup);
-    const std::unique_ptr<QTcpSocket> client = greetedClient(factory, port);
+    std::unique_ptr<QTcpSocket> client = greetedClient(factory, port);
     PatientLoop loop;
     qint64 left = transfer.toClient ? transfer.total : 1; // The server thanks with one octet.
     QObject::connect(client.get(), &QIODevice::readyRead, client.get(), [&] {
@@ -61,7 +61,7 @@ double measureQt(const Setup& setup, quint16 port, const Transfer& transfer)
         sendAll(client.get(), transfer.pieceSize, transfer.total);
     loop.run();
     const double result = seconds(timer);
-    client->disconnectFromHost();
+    close(std::move(client));
     return result;
 }
 
@@ -130,7 +130,7 @@ struct Size
 };
 
 const Size SIZES[] = {
-    {"1 KiB", 1024, 64}, {"16 KiB", COMMON_PIECE, 192}, {"1 MiB", 1024 * 1024, 192}};
+    {"1 KiB", 1024, 96}, {"16 KiB", COMMON_PIECE, 320}, {"1 MiB", 1024 * 1024, 320}};
 
 void plan(Plan& plan, const Size& size, bool toClient, Protocol protocol)
 {

@@ -25,7 +25,7 @@ const Request REQUEST{Demand::Echo, PIECE, 0};
 QVector<double> measureQt(const Setup& setup, quint16 port, int count)
 {
     const EndpointFactory factory(setup);
-    const std::unique_ptr<QTcpSocket> client = greetedClient(factory, port);
+    std::unique_ptr<QTcpSocket> client = greetedClient(factory, port);
     client->write(reinterpret_cast<const char*>(&REQUEST), sizeof REQUEST);
     const QByteArray piece(PIECE, 'x');
     QVector<double> times;
@@ -50,7 +50,7 @@ QVector<double> measureQt(const Setup& setup, quint16 port, int count)
     });
     ask();
     loop.run();
-    client->disconnectFromHost();
+    close(std::move(client));
     return times;
 }
 

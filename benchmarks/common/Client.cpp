@@ -3,6 +3,7 @@
 
 #include "Options.h"
 
+#include <QtCore/QCoreApplication>
 #include <QtCore/QTimer>
 
 namespace bench {
@@ -29,6 +30,20 @@ std::unique_ptr<QTcpSocket> greetedClient(const EndpointFactory& factory, quint1
     if (client->read(&greeting, 1) != 1 || greeting != GREETING)
         fail(QStringLiteral("a server did not greet"));
     return client;
+}
+
+void deleteSpentSockets()
+{
+    // Twice, for a Ferrule socket leaves another one behind.
+    for (int i = 0; i < 2; ++i)
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+}
+
+void close(std::unique_ptr<QTcpSocket> client)
+{
+    client->disconnectFromHost();
+    client.reset();
+    deleteSpentSockets();
 }
 
 std::unique_ptr<BareConnection> greetedConnection(const EngineContext& context, quint16 port)

@@ -24,7 +24,13 @@ private:
 //! Connects a Qt socket, and waits for the server's greeting.
 std::unique_ptr<QTcpSocket> greetedClient(const EndpointFactory& factory, quint16 port);
 
-//! The same for the bare loop.
+//! Deletes sockets that are only waiting for an event loop to do so, and ends their connections.
+void deleteSpentSockets();
+
+//! Ends the connection of \a client before it returns.
+void close(std::unique_ptr<QTcpSocket> client);
+
+//! The same as greetedClient() for the bare loop.
 std::unique_ptr<BareConnection> greetedConnection(const EngineContext& context, quint16 port);
 
 } // namespace bench
