@@ -97,7 +97,7 @@ private:
 //! Connects \a count clients, at no time many more than the server has seen.
 bench::Clients connectTo(const ServerThread& server, const bench::Setup& setup, int count)
 {
-    constexpr int AT_ONCE = 25;
+    constexpr int AT_ONCE = 45;
     bench::EndpointFactory factory(setup);
     bench::Clients clients;
     while (static_cast<int>(clients.size()) < count) {

@@ -11,7 +11,7 @@ namespace bench {
 void connectClients(Clients& clients, EndpointFactory& factory, int count, quint16 port,
                     Handshakes handshakes)
 {
-    constexpr int AT_ONCE = 25;
+    constexpr int AT_ONCE = 45;
     int ready = 0;
     for (int begun = 0; begun < count;) {
         const int next = std::min(count, begun + AT_ONCE);
