@@ -122,6 +122,12 @@ void RingBuffer::append(const char* data, qint64 length)
     }
 }
 
+void RingBuffer::releaseSpare()
+{
+    if (m_size == 0 && !m_chunks.first().isNull())
+        m_chunks.first() = QByteArray();
+}
+
 void RingBuffer::clear()
 {
     m_chunks.clear();

@@ -54,6 +54,12 @@ public:
 
     void clear();
 
+    /*!
+        Gives back the memory that an empty buffer keeps for what comes next; does nothing to
+        another. For the end of a pass: between two pieces it would cost more than it spares.
+    */
+    void releaseSpare();
+
 private:
     // A null chunk stands for one of the basic block size that is allocated once it is needed: most
     // connections are idle most of the time.

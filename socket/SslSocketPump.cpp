@@ -40,6 +40,7 @@ void SslSocket::readFromSocket()
             return;
     }
     --d->activeReads;
+    d->readBuffer.releaseSpare();
     if (guard.holds())
         d->sendAnswer();
 }
@@ -167,6 +168,7 @@ bool SslSocketPrivate::encrypt()
         }
         writeBuffer.free(written);
     }
+    writeBuffer.releaseSpare();
     return true;
 }
 

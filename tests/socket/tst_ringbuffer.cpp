@@ -33,6 +33,8 @@ private Q_SLOTS:
     void readLineWithoutRoomFails();
     void readLineWithRoomForTheZeroAloneReadsNothing();
     void clearDropsEverything();
+    void releaseSpareMakesAnEmptyBufferFresh();
+    void releaseSpareLeavesWhatIsUnread();
     void behavesLikeAQueueOfBytes();
 };
 
@@ -274,6 +276,28 @@ void RingBufferTest::clearDropsEverything()
 }
 
 // Random operations against the obvious model.
+void RingBufferTest::releaseSpareMakesAnEmptyBufferFresh()
+{
+    RingBuffer buffer;
+    append(buffer, 100, 'a');
+    buffer.free(100);
+    buffer.releaseSpare();
+    QVERIFY(buffer.isEmpty());
+    QCOMPARE(buffer.nextDataBlockSize(), 0);
+    append(buffer, 4000, 'b');
+    append(buffer, 96, 'c');
+    QCOMPARE(buffer.nextDataBlockSize(), 4096);
+    QCOMPARE(readAll(buffer), QByteArray(4000, 'b') + QByteArray(96, 'c'));
+}
+
+void RingBufferTest::releaseSpareLeavesWhatIsUnread()
+{
+    RingBuffer buffer = bufferWith("unread");
+    buffer.free(2);
+    buffer.releaseSpare();
+    QCOMPARE(readAll(buffer), QByteArray("read"));
+}
+
 void RingBufferTest::behavesLikeAQueueOfBytes()
 {
     std::mt19937 random(20);
