@@ -75,6 +75,8 @@ class SslSocketPrivate;
     - abort() is Qt's own and does nothing in UnconnectedState, in which an adopted socket remains
       until its handshake is complete: call close() to end a connection before that.
     - bytesWritten() counts bytes on the wire, bytesToWrite() plain bytes not yet encrypted.
+    - What is written in readyRead() is sent as soon as all that has arrived is read; bytesWritten()
+      tells so from within that. Only inside waitForReadyRead() is it left to waitForBytesWritten().
     - Only the inner socket has a network connection: socketDescriptor(), socket options,
       setReadBufferSize(), flush(), waitForConnected() and waitForDisconnected() act on the outer
       object and see none. Apply them to socket(); wait for signals instead.
@@ -190,7 +192,9 @@ public:
 
     /*!
         The PEM file of the local certificate. Loaded by sockets in mode Server only. The shared
-        context keeps it: a client socket set up later offers it to a server that asks.
+        context keeps it: a client socket set up later offers it to a server that asks. This file
+        and that of the key are looked at for each server socket, but read again only when their
+        names, their sizes or the times of their last change are others than before.
     */
     QString pathToCertificate() const;
     void setPathToCertificate(const QString& path);
