@@ -265,6 +265,7 @@ void SslSocketPrivate::reset()
     releaseEngine();
     readBuffer.clear();
     writeBuffer.clear();
+    ciphertext.clear();
     established = false;
     sslInitialised = false;
     writeScheduled = false;

@@ -73,6 +73,7 @@ public:
     bool decrypt();
     bool finishDecryption(int result);
     bool encrypt();
+    void collectCiphertext();
     void flushEngine();
     //! \}
     void sendAnswer();
@@ -108,6 +109,8 @@ public:
     QString ciphers;
     SslSocket* const q;
 
+    //! Records that are to be sent with the next write to the inner socket.
+    QByteArray ciphertext;
     //! Counts resets: tells code that emitted a signal whether it still deals with the same
     //! session.
     quint64 generation = 0;

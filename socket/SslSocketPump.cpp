@@ -8,7 +8,9 @@
 
 #include <QtCore/QScopedValueRollback>
 
+#include <algorithm>
 #include <cstring>
+#include <utility>
 
 namespace vela {
 
@@ -19,6 +21,16 @@ constexpr int PLAINTEXT_PIECE = 4096;
 // How much ciphertext the engine is handed at a time. A memory BIO of OpenSSL 1.0.2 moves all that
 // it holds with every read; a backlog waits in the inner socket instead.
 constexpr qint64 CIPHERTEXT_BATCH = 32 * 1024;
+
+// How much of it goes to the inner socket at a time: far below the size at which a QByteArray is
+// full.
+constexpr qint64 LARGEST_OUTPUT = 1 << 30;
+
+//! Returns about how much \a plaintext bytes take on the wire, for a buffer that need not grow.
+int roomForRecords(qint64 plaintext)
+{
+    return static_cast<int>(std::min(LARGEST_OUTPUT, plaintext + plaintext / 64 + 256));
+}
 
 } // namespace
 
@@ -158,6 +170,8 @@ void SslSocket::writeToSocket()
 
 bool SslSocketPrivate::encrypt()
 {
+    if (!writeBuffer.isEmpty())
+        ciphertext.reserve(roomForRecords(ciphertext.size() + writeBuffer.size()));
     while (!writeBuffer.isEmpty()) {
         clearOpenSslErrors();
         const int written =
@@ -167,19 +181,34 @@ bool SslSocketPrivate::encrypt()
             return false;
         }
         writeBuffer.free(written);
+        collectCiphertext();
     }
     writeBuffer.releaseSpare();
     return true;
 }
 
-void SslSocketPrivate::flushEngine()
+/*
+    Takes what the engine has written. Done for each record: a memory BIO never shrinks, and copying
+    within the processor's cache is cheaper.
+*/
+void SslSocketPrivate::collectCiphertext()
 {
     const int pending = writeBio ? static_cast<int>(BIO_pending(writeBio)) : 0;
-    if (pending < 1 || !socket || !socket->isOpen())
+    const int size = ciphertext.size();
+    if (pending < 1 || (size > 0 && size + qint64(pending) > LARGEST_OUTPUT))
         return;
-    QByteArray output(pending, Qt::Uninitialized);
-    BIO_read(writeBio, output.data(), pending);
-    socket->write(output);
+    ciphertext.resize(size + pending);
+    BIO_read(writeBio, ciphertext.data() + size, pending);
+}
+
+void SslSocketPrivate::flushEngine()
+{
+    while (socket && socket->isOpen()) {
+        collectCiphertext();
+        if (ciphertext.isEmpty())
+            return;
+        socket->write(std::exchange(ciphertext, QByteArray()));
+    }
 }
 
 void SslSocket::socketBytesWritten(qint64 bytes)
