@@ -3,9 +3,14 @@
 /*
     How long 64 bytes take to the server and 64 bytes back, over a connection that stands. The next
     request is sent when the answer to the last one has been read.
+
+    All run on one processor, for only one end ever has something to do. Where the system spreads
+   the two ends over two, waking the other processor takes longer than all the rest, and which
+   subject it spreads is its whim.
 */
 
 #include "common/Client.h"
+#include "common/Events.h"
 #include "common/Plan.h"
 #include "common/Rounds.h"
 
@@ -104,6 +109,7 @@ void plan(Plan& plan, Protocol protocol, Arrangement arrangement)
 int main(int argc, char** argv)
 {
     prepareProcess();
+    useOneProcessor();
     const QCoreApplication application(argc, argv);
     if (workForParent(QCoreApplication::arguments(), measure))
         return 0;

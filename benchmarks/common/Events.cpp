@@ -8,6 +8,7 @@
 #include <QtCore/QThread>
 #include <QtCore/QTimer>
 
+#include <sched.h>
 #include <sys/resource.h>
 
 namespace bench {
@@ -33,6 +34,21 @@ void raiseFileLimit()
     limit.rlim_cur = limit.rlim_max;
     if (setrlimit(RLIMIT_NOFILE, &limit) != 0)
         fail(QStringLiteral("the limit of open files could not be raised"));
+}
+
+void useOneProcessor()
+{
+    cpu_set_t allowed;
+    CPU_ZERO(&allowed);
+    int processor = 0;
+    if (sched_getaffinity(0, sizeof allowed, &allowed) == 0) {
+        while (processor < CPU_SETSIZE - 1 && !CPU_ISSET(processor, &allowed))
+            ++processor;
+    }
+    CPU_ZERO(&allowed);
+    CPU_SET(processor, &allowed);
+    if (sched_setaffinity(0, sizeof allowed, &allowed) != 0)
+        fail(QStringLiteral("the process could not be confined to one processor"));
 }
 
 } // namespace bench

@@ -15,6 +15,9 @@ void processEventsUntil(const std::function<bool()>& condition, int interval = 1
 //! Lets the process have as many open files as it may, for a thousand connections.
 void raiseFileLimit();
 
+//! Confines this process, and the threads and processes that it starts, to one processor.
+void useOneProcessor();
+
 } // namespace bench
 
 #endif
