@@ -72,10 +72,11 @@ def _markdown_table(lines):
 
 
 def _system():
+    kernel = f'{platform.system()} {platform.release().split("-")[0]}'
     try:
-        return f'{platform.freedesktop_os_release()["PRETTY_NAME"]}, Linux {platform.release()}'
+        return f'{platform.freedesktop_os_release()["PRETTY_NAME"]}, {kernel}'
     except OSError:
-        return f"{platform.system()} {platform.release()}"
+        return kernel
 
 
 def facts(all_runs):
