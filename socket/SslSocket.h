@@ -75,8 +75,9 @@ class SslSocketPrivate;
     - abort() is Qt's own and does nothing in UnconnectedState, in which an adopted socket remains
       until its handshake is complete: call close() to end a connection before that.
     - bytesWritten() counts bytes on the wire, bytesToWrite() plain bytes not yet encrypted.
-    - What is written in readyRead() is sent as soon as all that has arrived is read; bytesWritten()
-      tells so from within that. Only inside waitForReadyRead() is it left to waitForBytesWritten().
+    - What is written in readyRead(), unless it is much, is sent as soon as all that has arrived is
+      read; bytesWritten() tells so from within that. Only inside waitForReadyRead() is it left to
+      waitForBytesWritten().
     - Only the inner socket has a network connection: socketDescriptor(), socket options,
       setReadBufferSize(), flush(), waitForConnected() and waitForDisconnected() act on the outer
       object and see none. Apply them to socket(); wait for signals instead.

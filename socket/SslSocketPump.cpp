@@ -26,6 +26,9 @@ constexpr qint64 CIPHERTEXT_BATCH = 32 * 1024;
 // full.
 constexpr qint64 LARGEST_OUTPUT = 1 << 30;
 
+// How much is sent at once, without leaving it to the event loop when.
+constexpr qint64 LARGEST_ANSWER = 64 * 1024;
+
 //! Returns about how much \a plaintext bytes take on the wire, for a buffer that need not grow.
 int roomForRecords(qint64 plaintext)
 {
@@ -59,12 +62,13 @@ void SslSocket::readFromSocket()
 
 /*
     Sends what reading gave rise to, the host's answers for the most part, without another pass of
-    the event loop, which would take longer than encrypting them. Who waits without an event loop is
-    left to ask for it: there would be nothing for waitForBytesWritten() to wait for.
+    the event loop, which would take longer than encrypting them. A large answer goes with the event
+    loop, or it might keep others waiting. Who waits without an event loop is left to ask for it:
+   there would be nothing for waitForBytesWritten() to wait for.
 */
 void SslSocketPrivate::sendAnswer()
 {
-    if (activeReads == 0 && activeWaits == 0 && socket)
+    if (activeReads == 0 && activeWaits == 0 && socket && socket->bytesToWrite() <= LARGEST_ANSWER)
         socket->flush();
 }
 

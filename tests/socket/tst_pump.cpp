@@ -103,6 +103,7 @@ private Q_SLOTS:
     void writesOfTwoPassesLeaveApart();
     void bytesToWriteFallsWhenEncrypted();
     void answersLeaveWithTheReadThatAskedForThem();
+    void largeAnswersLeaveWithTheEventLoop();
     void answersOfAHostThatWaitsAreLeftToItsWaiting();
     void bytesWrittenCountsTheWire();
     void bytesWrittenIsSilentDuringTheHandshake();
@@ -317,6 +318,25 @@ void PumpTest::answersLeaveWithTheReadThatAskedForThem()
     connection.server.peer->write("question");
     QTRY_COMPARE(connection.server.peer->received(), QByteArray("question"));
     QCOMPARE(left, 0);
+}
+
+void PumpTest::largeAnswersLeaveWithTheEventLoop()
+{
+    Connection connection;
+    QVERIFY(connection.settled);
+    OpenSocket& client = connection.client;
+    const QByteArray answer(100000, 'x');
+    connect(&client, &QIODevice::readyRead, this, [&client, answer] {
+        client.readAll();
+        client.write(answer);
+    });
+    // Hears the inner socket after the frame has.
+    qint64 left = -1;
+    connect(client.socket(), &QIODevice::readyRead, this,
+            [&] { left = client.socket()->bytesToWrite(); });
+    connection.server.peer->write("question");
+    QTRY_COMPARE(connection.server.peer->received().size(), answer.size());
+    QVERIFY(left > answer.size());
 }
 
 void PumpTest::answersOfAHostThatWaitsAreLeftToItsWaiting()
