@@ -167,8 +167,10 @@ int main(int argc, char** argv)
     const QCoreApplication application(argc, argv);
     if (workForParent(QCoreApplication::arguments(), measure))
         return 0;
-    const Options options = parseOptions(QStringLiteral(
-        "How fast a lot of data goes through one connection, for several sizes of a write."));
+    const Options options = parseOptions(
+        QStringLiteral(
+            "How fast a lot of data goes through one connection, for several sizes of a write."),
+        OneSubject::Possible);
     Plan bulk(QStringLiteral("bulk"), options);
     for (Protocol protocol : protocols()) {
         for (const Size& size : SIZES) {

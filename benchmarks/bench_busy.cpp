@@ -155,7 +155,8 @@ int main(int argc, char** argv)
     bench::prepareProcess();
     bench::raiseFileLimit();
     const bench::Options options = bench::parseOptions(
-        QStringLiteral("Measures what many busy connections cost, next to one."));
+        QStringLiteral("Measures what many busy connections cost, next to one."),
+        bench::OneSubject::Possible);
     const bench::Identity identity;
     bench::Results results(QStringLiteral("busy"));
     // Fewer connections would be another load, so these remain with less to do.
@@ -164,6 +165,8 @@ int main(int argc, char** argv)
     QList<std::function<void(bool)>> tasks;
     for (bench::Subject subject :
          {bench::Subject::Ferrule, bench::Subject::QSslSocket, bench::Subject::QTcpSocket}) {
+        if (!options.measures(bench::nameOf(subject)))
+            continue;
         const bench::Setup setup{subject, bench::Protocol::Tls12, identity.certificateFile(),
                                  identity.keyFile()};
         for (int count : {1, CONNECTIONS}) {
@@ -179,6 +182,8 @@ int main(int argc, char** argv)
         else
             results.compare(key(setup, CONNECTIONS), key(setup, 1));
     }
+    if (tasks.isEmpty())
+        bench::fail(QStringLiteral("\"%1\" is no subject of this load").arg(options.only));
     bench::runRounds(options.rounds, tasks);
     return results.finish(options);
 }

@@ -197,8 +197,10 @@ int main(int argc, char** argv)
     const QCoreApplication application(argc, argv);
     if (workForParent(QCoreApplication::arguments(), measure))
         return 0;
-    const Options options = parseOptions(QStringLiteral(
-        "How many connections a second there are, with full handshakes and resumed sessions."));
+    const Options options = parseOptions(
+        QStringLiteral(
+            "How many connections a second there are, with full handshakes and resumed sessions."),
+        OneSubject::Possible);
     const Kind kinds[] = {
         {QStringLiteral("full, one at a time"), {false, 1, false, CONNECTIONS}, 1.2},
         {QStringLiteral("full, 8 at a time"), {false, 8, false, CONNECTIONS}, 1.2},

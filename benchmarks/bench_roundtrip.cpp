@@ -113,8 +113,8 @@ int main(int argc, char** argv)
     const QCoreApplication application(argc, argv);
     if (workForParent(QCoreApplication::arguments(), measure))
         return 0;
-    const Options options =
-        parseOptions(QStringLiteral("How long 64 bytes take to the server and back."));
+    const Options options = parseOptions(
+        QStringLiteral("How long 64 bytes take to the server and back."), OneSubject::Possible);
     Plan roundtrip(QStringLiteral("roundtrip"), options);
     for (Protocol protocol : protocols()) {
         plan(roundtrip, protocol, Arrangement::Threads);

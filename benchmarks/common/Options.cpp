@@ -40,7 +40,8 @@ int number(const QCommandLineParser& parser, const QCommandLineOption& option, i
 
 } // namespace
 
-Options parseOptions(const QString& description, const QStringList& arguments)
+Options parseOptions(const QString& description, OneSubject oneSubject,
+                     const QStringList& arguments)
 {
     const QCommandLineOption rounds(QStringLiteral("rounds"),
                                     QStringLiteral("How often each sample is taken."),
@@ -51,9 +52,14 @@ Options parseOptions(const QString& description, const QStringList& arguments)
     const QCommandLineOption json(QStringLiteral("json"),
                                   QStringLiteral("Write the results to that file, too."),
                                   QStringLiteral("file"));
+    const QCommandLineOption only(QStringLiteral("only"),
+                                  QStringLiteral("Measure that subject alone, as for a profiler."),
+                                  QStringLiteral("subject"));
     QCommandLineParser parser;
     parser.setApplicationDescription(description);
     parser.addOptions({rounds, share, json});
+    if (oneSubject == OneSubject::Possible)
+        parser.addOption(only);
     parser.addHelpOption();
     parser.addVersionOption();
     if (!parser.parse(arguments))
@@ -70,6 +76,8 @@ Options parseOptions(const QString& description, const QStringList& arguments)
     options.rounds = number(parser, rounds, 1000);
     options.share = number(parser, share, 100) / 100.0;
     options.jsonFile = parser.value(json);
+    if (oneSubject == OneSubject::Possible)
+        options.only = parser.value(only);
     return options;
 }
 

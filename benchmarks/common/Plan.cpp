@@ -33,16 +33,19 @@ Setup Plan::setup(Subject subject, Protocol protocol) const
 
 void Plan::add(const QString& what, const Quantity& quantity, const Job& job)
 {
-    m_items.append({what, {quantity}, job, {}});
+    add(what, QList<Quantity>{quantity}, job);
 }
 
 void Plan::add(const QString& what, const QList<Quantity>& quantities, const Job& job)
 {
-    m_items.append({what, quantities, job, {}});
+    if (m_options.measures(nameOf(job.setup.subject)))
+        m_items.append({what, quantities, job, {}});
 }
 
 void Plan::expect(const QString& what, const Job& reference, double limit)
 {
+    if (!m_options.only.isEmpty())
+        return;
     Job own = reference;
     own.setup.subject = Subject::Ferrule;
     m_results.expect(keyOf(what, own), keyOf(what, reference), limit);
@@ -50,6 +53,8 @@ void Plan::expect(const QString& what, const Job& reference, double limit)
 
 int Plan::run()
 {
+    if (m_items.isEmpty())
+        fail(QStringLiteral("\"%1\" is no subject of this load").arg(m_options.only));
     QList<std::function<void(bool)>> tasks;
     for (Item& item : m_items) {
         tasks.append([this, &item](bool counts) {
