@@ -65,6 +65,8 @@ void configure(SSL_CTX* context)
     // Without it a read that meets a renegotiation gives up although decrypted data may follow in
     // the same batch, and nothing would ask again.
     SSL_CTX_set_mode(context, SSL_MODE_AUTO_RETRY);
+    // What the engine could not take at once may have moved when it is offered again.
+    SSL_CTX_set_mode(context, SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER);
     // An idle connection needs no room for a record: that is most of what it takes.
     SSL_CTX_set_mode(context, SSL_MODE_RELEASE_BUFFERS);
     // Newer engines choose a curve by themselves. Without one a server has no ephemeral key

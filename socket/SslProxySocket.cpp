@@ -67,6 +67,8 @@ void SslProxySocket::silenceTunnel()
     if (!tunnelSocket)
         return;
     tunnelSocket->disconnect();
+    // It stays open, and nobody takes what it receives any more.
+    tunnelSocket->setReadBufferSize(1);
     if (d->socket == tunnelSocket)
         d->transportSilenced = true;
 }
@@ -76,7 +78,9 @@ void SslProxySocket::openTunnel(const QNetworkProxy& proxy, OpenMode openMode)
     silenceTunnel();
     auto* tunnel = new QTcpSocket(this);
     tunnelSocket = tunnel;
+    ++d->connections;
     d->upcomingTransport = tunnel;
+    d->upcomingTextMode = openMode & Text;
 
     vela::connect(tunnel, "2connected()", this, "1proxyConnected()");
     vela::connect(tunnel, "2readyRead()", this, "1proxyResponse()");
@@ -85,7 +89,7 @@ void SslProxySocket::openTunnel(const QNetworkProxy& proxy, OpenMode openMode)
         d->emitError(error);
     };
     QObject::connect(tunnel, SOCKET_ERROR_SIGNAL, this, relayError);
-    tunnel->connectToHost(proxy.hostName(), proxy.port(), openMode, AnyIPProtocol);
+    tunnel->connectToHost(proxy.hostName(), proxy.port(), openMode & ~Text, AnyIPProtocol);
 }
 
 void SslProxySocket::proxyConnected()
@@ -131,6 +135,7 @@ bool SslProxySocket::adoptTunnel()
     if (!self || d->socket != tunnel || d->transportState() != ConnectedState)
         return false;
 
+    setTextModeEnabled(d->upcomingTextMode);
     setPeerName(serverName);
     setPeerPort(serverPort);
     // Protected in Qt, which lets a derived class name them for another object only in this way.

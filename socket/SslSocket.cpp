@@ -3,7 +3,6 @@
 #include <Ferrule/SslSocket.h>
 
 #include "socket/SslSocketPrivate.h"
-#include "support/Connect.h"
 #include "support/QtCompat.h"
 
 #include <QtNetwork/QNetworkProxy>
@@ -20,19 +19,7 @@ SslSocket::SslSocket(Mode mode, QObject* parent)
 SslSocket::~SslSocket()
 {
     d->reset();
-    if (QTcpSocket* transport = d->socket) {
-        transport->disconnect(this);
-        transport->deleteLater();
-    }
-    // A slot may be deleting this object while a socket of ours is still emitting; then that has to
-    // outlive its parent.
-    const auto children = findChildren<QTcpSocket*>(QString(), Qt::FindDirectChildrenOnly);
-    for (QTcpSocket* child : children) {
-        if (*TransportSignal::countOf(child) == 0)
-            continue;
-        child->setParent(nullptr);
-        child->deleteLater();
-    }
+    d->dismissTransports();
     setSocketState(UnconnectedState); // Or the base would announce the end of a connection.
     delete d;
 }
@@ -82,6 +69,7 @@ void SslSocket::connectToHostImplementation(QString hostName, quint16 port, Open
         qWarning("QtSslSocket::connectToHost() called when not in UnconnectedState");
         return;
     }
+    ++d->connections;
     open(openMode);
     d->sessionKey = QString::fromLatin1("%1:%2").arg(hostName, QString::number(port));
     d->reset();
@@ -89,7 +77,7 @@ void SslSocket::connectToHostImplementation(QString hostName, quint16 port, Open
         d->renewTransport();
 
     const SessionGuard guard(d);
-    d->socket->connectToHost(hostName, port, openMode, AnyIPProtocol);
+    d->socket->connectToHost(hostName, port, openMode & ~Text, AnyIPProtocol); // TLS is no text.
     // An address that cannot be reached may have failed, and been reported, already.
     if (guard.holds() && d->transportState() != UnconnectedState)
         setSocketState(ConnectingState);
@@ -115,10 +103,12 @@ void SslSocket::disconnectFromHostImplementation()
 void SslSocket::close()
 {
     const SessionGuard guard(d);
+    const quint64 connection = d->connections;
     d->abandonUpcomingTransport();
     if (d->socket)
         d->socket->abort();
-    if (guard.holds())
+    // A slot may have begun another connection, which keeps the device open.
+    if (guard.isAlive() && d->connections == connection)
         QTcpSocket::close();
 }
 
@@ -140,11 +130,15 @@ void SslSocket::setSocket(QTcpSocket* socket)
         return;
     if (d->ssl)
         d->reset();
+    ++d->connections;
     if (socket != d->socket)
         d->releaseTransport();
     d->attach(socket, false);
     setOpenMode(socket->openMode());
-    initSsl();
+    if (socket->isTextModeEnabled())
+        socket->setTextModeEnabled(false); // It is the frame's alone now.
+    if (initSsl() && d->transportState() == ConnectedState && d->socket->bytesAvailable() > 0)
+        d->readLater(); // The socket has announced it already, to somebody else.
 }
 
 QTcpSocket* SslSocket::socket() const
@@ -154,9 +148,16 @@ QTcpSocket* SslSocket::socket() const
 
 void SslSocket::moveToThread(QThread* thread)
 {
+    QTcpSocket* const transport = d->socket;
+    const bool transportIsChild = transport && transport->parent() == this;
+    if (parent() || (transport && transport->parent() && !transportIsChild)) {
+        qWarning("QtSslSocket::moveToThread() called for a socket that has a parent, or whose "
+                 "inner socket has one.");
+        return;
+    }
     QTcpSocket::moveToThread(thread);
-    if (d->socket)
-        d->socket->moveToThread(thread);
+    if (transport && !transportIsChild)
+        transport->moveToThread(thread);
 }
 
 void SslSocket::handleSocketError(QAbstractSocket::SocketError error)
@@ -189,76 +190,6 @@ SslSocketPrivate::SslSocketPrivate(SslSocket* owner, SslSocket::Mode role)
 {
 }
 
-void SslSocketPrivate::attach(QTcpSocket* transport, bool owned)
-{
-    socket = transport;
-    ownsSocket = owned;
-    transportSilenced = false;
-    transportSignals = TransportSignal::countOf(transport);
-    QObject::disconnect(transport, nullptr, nullptr, nullptr);
-    if (const char* source = errorSourceSignal(transport))
-        vela::connect(transport, source, transport, "2error(QAbstractSocket::SocketError)");
-
-    vela::connect(transport, "2connected()", q, "1sslConnect()");
-    vela::connect(transport, "2error(QAbstractSocket::SocketError)", q,
-                  "1handleSocketError(QAbstractSocket::SocketError)");
-    // No slot of ours runs while disconnected() is relayed; so it is counted before and after.
-    QObject::connect(transport, &QTcpSocket::disconnected, q,
-                     [count = transportSignals] { ++*count; });
-    vela::connect(transport, "2disconnected()", q, "2disconnected()");
-    QObject::connect(transport, &QTcpSocket::disconnected, q,
-                     [count = transportSignals] { --*count; });
-    vela::connect(transport, "2readyRead()", q, "1readFromSocket()");
-    vela::connect(transport, "2bytesWritten(qint64)", q, "1socketBytesWritten(qint64)");
-    vela::connect(transport, "2stateChanged(QAbstractSocket::SocketState)", q,
-                  "1handleStateChanged(QAbstractSocket::SocketState)");
-}
-
-void SslSocketPrivate::releaseTransport()
-{
-    QTcpSocket* transport = socket;
-    if (!transport)
-        return;
-    const bool emitting = insideTransportSignal();
-    transport->disconnect(q);
-    socket.clear();
-    if (!ownsSocket)
-        return;
-    if (emitting) {
-        transport->setParent(nullptr); // We may be deleted before the emission ends.
-        transport->deleteLater();
-    } else {
-        delete transport;
-    }
-}
-
-void SslSocketPrivate::renewTransport()
-{
-    auto* fresh = new QTcpSocket(q);
-    if (QTcpSocket* spent = socket) {
-        fresh->setProxy(spent->proxy());
-        releaseTransport();
-        if (!ownsSocket)
-            spent->deleteLater(); // As it would be with this object.
-    }
-    attach(fresh, true);
-}
-
-void SslSocketPrivate::abandonUpcomingTransport()
-{
-    QTcpSocket* transport = upcomingTransport;
-    if (!transport)
-        return;
-    upcomingTransport.clear();
-    transport->disconnect();
-    transport->abort();
-}
-
-QAbstractSocket::SocketState SslSocketPrivate::transportState() const
-{
-    return socket && !transportSilenced ? socket->state() : QAbstractSocket::UnconnectedState;
-}
-
 void SslSocketPrivate::reset()
 {
     ++generation;
@@ -266,7 +197,11 @@ void SslSocketPrivate::reset()
     readBuffer.clear();
     writeBuffer.clear();
     ciphertext.clear();
+    handshakeDone = false;
     established = false;
+    connectedDue = false;
+    engineFailed = false;
+    activeAnnouncements = 0;
     sslInitialised = false;
     writeScheduled = false;
     dataRead = false;
@@ -276,6 +211,18 @@ void SslSocketPrivate::fail(const QString& text)
 {
     q->setErrorString(text);
     emitError(QAbstractSocket::UnknownSocketError);
+}
+
+void SslSocketPrivate::failEngine(const QString& text)
+{
+    // Hosts close the socket when they hear of it, and then nothing would leave any more.
+    const SessionGuard guard(this);
+    engineFailed = true;
+    flushEngine();
+    if (guard.holds() && transportState() == QAbstractSocket::ConnectedState)
+        socket->flush();
+    if (guard.holds())
+        fail(text);
 }
 
 void SslSocketPrivate::emitError(QAbstractSocket::SocketError error)

@@ -66,20 +66,43 @@ bool SslSocketPrivate::waitForPlaintext(int msecs)
     for (;;) {
         if (!writeBuffer.isEmpty())
             q->writeToSocket();
-        if (!guard.holds() || !canWait(socket))
-            return false;
-        const qint64 left = std::max<qint64>(0, msecs - timer.elapsed());
-        const bool arrived = socket->waitForReadyRead(static_cast<int>(left));
-        if (!guard.holds() || !arrived)
-            return false;
-        // Inside one of its own readyRead() slots the inner socket keeps silent about new data.
-        if (!dataRead && socket->bytesAvailable() > 0)
+        if (guard.holds() && hasUnreadInput())
             q->readFromSocket();
         if (!guard.holds())
             return false;
         if (dataRead)
             return true;
+        if (isBeingJudged() || peerSaidGoodbye() || !canWait(socket))
+            return false;
+        const qint64 left = std::max<qint64>(0, msecs - timer.elapsed());
+        const bool arrived = socket->waitForReadyRead(static_cast<int>(left));
+        if (!guard.holds() || !arrived)
+            return false;
+        if (dataRead)
+            return true;
+        if (transportState() == QAbstractSocket::UnconnectedState)
+            return false;
     }
+}
+
+/*
+    Inside one of its own readyRead() slots the inner socket keeps silent about new data; within
+    readyRead() of the frame the rest of a record or of a batch is still to be decrypted. An engine
+    that has failed would only do so once more.
+*/
+bool SslSocketPrivate::hasUnreadInput() const
+{
+    if (socket && socket->bytesAvailable() > 0)
+        return true;
+    if (activeAnnouncements == 0 || engineFailed)
+        return false;
+    return SSL_pending(ssl) > 0 || BIO_pending(readBio) > 0
+           || (socket && (socket->openMode() & QIODevice::Unbuffered));
+}
+
+bool SslSocketPrivate::peerSaidGoodbye() const
+{
+    return ssl && (SSL_get_shutdown(ssl) & SSL_RECEIVED_SHUTDOWN) != 0;
 }
 
 bool SslSocket::waitForBytesWritten(int msecs)

@@ -27,7 +27,7 @@ bool SslSocket::sslAccept()
 
 bool SslSocket::sslAcceptOrConnect(bool accept)
 {
-    if (d->established)
+    if (d->handshakeDone) // The engine would begin another one.
         return true;
     if (!d->sslInitialised && !initSsl())
         return false;
@@ -42,13 +42,14 @@ bool SslSocket::sslAcceptOrConnect(bool accept)
         writeToSocket();
         return false;
     }
-    d->fail(tr("SSL error: %1").arg(takeOpenSslError()));
+    d->failEngine(tr("SSL error: %1").arg(takeOpenSslError()));
     return false;
 }
 
 bool SslSocketPrivate::completeHandshake()
 {
     const SessionGuard guard(this);
+    handshakeDone = true;
     judgePeer();
     // A slot may have turned the peer down.
     if (!guard.holds() || transportState() != QAbstractSocket::ConnectedState)

@@ -27,9 +27,12 @@ public:
 
     /*!
         Lets go of the inner socket without hearing from it again, and deletes it if the frame owns
-        it: at once, or later while one of its own signals is being emitted.
+        it: at once, or once its own signals have been handled.
     */
     void releaseTransport();
+
+    //! Lets go of all sockets at the end of this object's life.
+    void dismissTransports();
 
     //! Puts a new socket of our own in the place of the inner socket, with the same proxy.
     void renewTransport();
@@ -41,7 +44,10 @@ public:
     QAbstractSocket::SocketState transportState() const;
 
     //! Returns true while a signal of the inner socket is being handled or relayed.
-    bool insideTransportSignal() const { return *transportSignals > 0; }
+    bool insideTransportSignal() const { return transportSignals->isHandling(); }
+
+    //! Has what the inner socket holds already read by the event loop.
+    void readLater();
 
     //! Returns the connection to its state before the handshake; the session goes to the pool.
     void reset();
@@ -63,34 +69,54 @@ public:
     //! \{
     bool completeHandshake();
     void judgePeer();
+    /*!
+        Returns true from the end of the handshake until the session is established, while the host
+        judges the peer; nothing is read then. It stays so when the peer was turned down.
+    */
+    bool isBeingJudged() const { return handshakeDone && !established; }
     //! \}
 
     //! \name Moving bytes; each returns false when the connection is not to be touched any further
     //! \{
     bool takeCiphertext();
+    void relaySilentEnd();
     bool stepHandshake();
     bool announceConnected();
     bool decrypt();
     bool finishDecryption(int result);
+    void followGoodbye();
     bool encrypt();
     void collectCiphertext();
+    void handOver();
     void flushEngine();
     //! \}
     void sendAnswer();
     //! As SslSocket::waitForReadyRead(), which tells the others that it is active.
     bool waitForPlaintext(int msecs);
+    //! Returns true if there may be plaintext to be had without a wait.
+    bool hasUnreadInput() const;
+    bool peerSaidGoodbye() const;
 
     /*!
         Sets the error string and emits the error as a TLS failure. Slots may have done anything
         when it returns.
     */
     void fail(const QString& text);
+    //! The same for a failure of the engine; the peer gets to know first what the engine says.
+    void failEngine(const QString& text);
     void emitError(QAbstractSocket::SocketError error);
     void emitState(QAbstractSocket::SocketState state);
 
     RingBuffer readBuffer;
     RingBuffer writeBuffer;
+    //! The engine has completed a handshake.
+    bool handshakeDone = false;
+    //! The peer has been judged, and data flows.
     bool established = false;
+    //! The end of the handshake is being told, and connected() is still to come.
+    bool connectedDue = false;
+    //! The engine has reported a failure of the session.
+    bool engineFailed = false;
     QPointer<QTcpSocket> socket;
     bool ownsSocket = true;
     SslSocket::Mode mode;
@@ -114,16 +140,25 @@ public:
     //! Counts resets: tells code that emitted a signal whether it still deals with the same
     //! session.
     quint64 generation = 0;
+    //! Counts the connections begun: tells code that emitted a signal whether the host has begun
+    //! another one.
+    quint64 connections = 0;
     //! How many calls of readFromSocket() are active; slots may re-enter it.
     int activeReads = 0;
+    //! How many emissions of readyRead() are under way in this session.
+    int activeAnnouncements = 0;
     //! How many calls of waitForReadyRead() are active; slots may call it, too.
     int activeWaits = 0;
+    //! Nothing waited to be sent when the outermost call of readFromSocket() began.
+    bool nothingWaited = false;
     //! How many signals of the inner socket are being handled or relayed.
-    TransportSignal::Count transportSignals;
+    TransportSignal::CountPtr transportSignals;
     //! The inner socket was disconnected from us: its connection, if any, is to make no more news.
     bool transportSilenced = false;
     //! A connection that is being prepared to become the inner socket; null when there is none.
     QPointer<QTcpSocket> upcomingTransport;
+    //! Whether the device is to be in text mode once that connection is its own.
+    bool upcomingTextMode = false;
 };
 
 /*!

@@ -22,6 +22,10 @@ constexpr int PLAINTEXT_PIECE = 4096;
 // it holds with every read; a backlog waits in the inner socket instead.
 constexpr qint64 CIPHERTEXT_BATCH = 32 * 1024;
 
+// How much the engine encrypts at a time; a multiple of what a record holds, so that none is
+// smaller for it. All of it waits in a memory BIO, whose size is limited.
+constexpr int LARGEST_PIECE = 1 << 20;
+
 // How much of it goes to the inner socket at a time: far below the size at which a QByteArray is
 // full.
 constexpr qint64 LARGEST_OUTPUT = 1 << 30;
@@ -35,17 +39,27 @@ int roomForRecords(qint64 plaintext)
     return static_cast<int>(std::min(LARGEST_OUTPUT, plaintext + plaintext / 64 + 256));
 }
 
+//! Tells by \a error, from SSL_get_error(), whether the engine lacks input and nothing is wrong.
+bool isWaiting(int error)
+{
+    return error == SSL_ERROR_WANT_READ || error == SSL_ERROR_WANT_WRITE;
+}
+
 } // namespace
 
 /*
     The inbound path, in this order: take ciphertext, step the handshake until there is a session,
     decrypt. Each of these emits signals, and each returns false when the slots or a failure left
-    nothing to go on with.
+    nothing to go on with. While the host judges the peer, all that comes waits in the inner socket.
 */
 void SslSocket::readFromSocket()
 {
+    if (d->isBeingJudged())
+        return;
     const TransportSignal handling(d->transportSignals);
     const SessionGuard guard(d);
+    if (d->activeReads == 0)
+        d->nothingWaited = d->socket && d->socket->bytesToWrite() == 0;
     ++d->activeReads;
     bool more = true;
     while (more) {
@@ -63,18 +77,28 @@ void SslSocket::readFromSocket()
 /*
     Sends what reading gave rise to, the host's answers for the most part, without another pass of
     the event loop, which would take longer than encrypting them. A large answer goes with the event
-    loop, or it might keep others waiting. Who waits without an event loop is left to ask for it:
-   there would be nothing for waitForBytesWritten() to wait for.
+    loop, or it might keep others waiting. What a host is waiting for to be sent is left to that
+    wait, which would go on for ever if there were nothing to send any more; Qt begins to wait, for
+    the frame or for the inner socket itself, only where something waits.
 */
 void SslSocketPrivate::sendAnswer()
 {
-    if (activeReads == 0 && activeWaits == 0 && socket && socket->bytesToWrite() <= LARGEST_ANSWER)
+    if (activeReads == 0 && activeWaits == 0 && nothingWaited && socket
+        && socket->bytesToWrite() <= LARGEST_ANSWER) {
         socket->flush();
+    }
 }
 
 bool SslSocketPrivate::takeCiphertext()
 {
-    const QByteArray batch = socket ? socket->read(CIPHERTEXT_BATCH) : QByteArray();
+    if (!socket)
+        return true;
+    const bool wasConnected = socket->state() == QAbstractSocket::ConnectedState;
+    const QByteArray batch = socket->read(CIPHERTEXT_BATCH);
+    if (wasConnected && socket->state() == QAbstractSocket::UnconnectedState) {
+        relaySilentEnd();
+        return false;
+    }
     if (batch.isEmpty())
         return true;
     clearOpenSslErrors();
@@ -84,10 +108,27 @@ bool SslSocketPrivate::takeCiphertext()
     return false;
 }
 
+/*
+    An unbuffered socket of Qt notices the end of its connection when it is read from, and tells
+    nobody.
+*/
+void SslSocketPrivate::relaySilentEnd()
+{
+    const SessionGuard guard(this);
+    q->handleSocketError(socket->error());
+    for (const auto state : {QAbstractSocket::ClosingState, QAbstractSocket::UnconnectedState}) {
+        if (guard.holds() && q->isOpen())
+            q->handleStateChanged(state);
+    }
+    if (guard.holds() && q->isOpen())
+        Q_EMIT q->disconnected();
+}
+
 bool SslSocketPrivate::stepHandshake()
 {
     const SessionGuard guard(this);
     bool completed = false;
+    connectedDue = true;
     switch (mode) {
     case SslSocket::Client:
         completed = q->sslAcceptOrConnect(false);
@@ -104,7 +145,10 @@ bool SslSocketPrivate::stepHandshake()
     q->writeToSocket();
     if (!guard.holds())
         return false;
-    return completed ? announceConnected() : true;
+    if (completed)
+        return announceConnected();
+    connectedDue = false;
+    return true;
 }
 
 bool SslSocketPrivate::announceConnected()
@@ -117,6 +161,7 @@ bool SslSocketPrivate::announceConnected()
     emitState(QAbstractSocket::ConnectedState);
     if (!guard.holds() || transportState() != QAbstractSocket::ConnectedState)
         return false;
+    connectedDue = false;
     Q_EMIT q->connected();
     return guard.holds();
 }
@@ -137,9 +182,11 @@ bool SslSocketPrivate::decrypt()
         if (result < 1)
             break;
         std::memcpy(readBuffer.reserve(result), piece, static_cast<std::size_t>(result));
+        ++activeAnnouncements;
         Q_EMIT q->readyRead();
         if (!guard.holds())
             return false;
+        --activeAnnouncements;
         dataRead = true;
     }
     return finishDecryption(result);
@@ -148,20 +195,32 @@ bool SslSocketPrivate::decrypt()
 bool SslSocketPrivate::finishDecryption(int result)
 {
     const int error = SSL_get_error(ssl, result);
-    if (result < 0 && (error == SSL_ERROR_WANT_READ || error == SSL_ERROR_WANT_WRITE)) {
+    if (result < 0 && isWaiting(error)) {
         const SessionGuard guard(this);
         q->writeToSocket();
         return guard.holds();
     }
     if (result == 0 && error == SSL_ERROR_ZERO_RETURN) {
-        // While the handshake's last step is still active it is left to that: the host is to see
-        // connected() before the end of the connection.
-        if (activeReads == 1)
-            socket->disconnectFromHost();
+        // The host is to see connected() before the end of the connection; the step of the
+        // handshake that announces it reads the goodbye once more.
+        if (!connectedDue)
+            followGoodbye();
         return false;
     }
-    fail(SslSocket::tr("Failed to read from SSL, %1").arg(takeOpenSslError()));
+    failEngine(SslSocket::tr("Failed to read from SSL, %1").arg(takeOpenSslError()));
     return false;
+}
+
+/*
+    Ends the connection that the peer has said goodbye to. What the host has written by now, be it
+    the answer to the data in front of the goodbye, still leaves.
+*/
+void SslSocketPrivate::followGoodbye()
+{
+    const SessionGuard guard(this);
+    q->writeToSocket();
+    if (guard.holds() && socket)
+        socket->disconnectFromHost();
 }
 
 void SslSocket::writeToSocket()
@@ -172,14 +231,20 @@ void SslSocket::writeToSocket()
     d->flushEngine();
 }
 
+/*
+    The engine takes nothing while the peer renegotiates and its answer is still to come; reading
+    that answer encrypts what has waited.
+*/
 bool SslSocketPrivate::encrypt()
 {
     if (!writeBuffer.isEmpty())
         ciphertext.reserve(roomForRecords(ciphertext.size() + writeBuffer.size()));
     while (!writeBuffer.isEmpty()) {
         clearOpenSslErrors();
-        const int written =
-            SSL_write(ssl, writeBuffer.readPointer(), writeBuffer.nextDataBlockSize());
+        const int size = std::min(LARGEST_PIECE, writeBuffer.nextDataBlockSize());
+        const int written = SSL_write(ssl, writeBuffer.readPointer(), size);
+        if (written < 1 && SSL_in_init(ssl) && isWaiting(SSL_get_error(ssl, written)))
+            return true;
         if (written < 1) {
             fail(SslSocket::tr("SSL error: %1").arg(takeOpenSslError()));
             return false;
@@ -198,21 +263,27 @@ bool SslSocketPrivate::encrypt()
 void SslSocketPrivate::collectCiphertext()
 {
     const int pending = writeBio ? static_cast<int>(BIO_pending(writeBio)) : 0;
-    const int size = ciphertext.size();
-    if (pending < 1 || (size > 0 && size + qint64(pending) > LARGEST_OUTPUT))
+    if (pending < 1)
         return;
+    if (ciphertext.size() > 0 && ciphertext.size() + qint64(pending) > LARGEST_OUTPUT)
+        handOver();
+    const int size = ciphertext.size();
     ciphertext.resize(size + pending);
     BIO_read(writeBio, ciphertext.data() + size, pending);
 }
 
+void SslSocketPrivate::handOver()
+{
+    const QByteArray output = std::exchange(ciphertext, QByteArray());
+    if (socket && socket->isOpen())
+        socket->write(output);
+}
+
 void SslSocketPrivate::flushEngine()
 {
-    while (socket && socket->isOpen()) {
-        collectCiphertext();
-        if (ciphertext.isEmpty())
-            return;
-        socket->write(std::exchange(ciphertext, QByteArray()));
-    }
+    collectCiphertext();
+    if (!ciphertext.isEmpty() && socket && socket->isOpen())
+        handOver();
 }
 
 void SslSocket::socketBytesWritten(qint64 bytes)

@@ -11,18 +11,41 @@ class CountHolder : public QObject
 public:
     using QObject::QObject;
 
-    const TransportSignal::Count count = std::make_shared<int>(0);
+    const TransportSignal::CountPtr count = std::make_shared<TransportSignal::Count>();
 };
 
 } // namespace
 
-TransportSignal::Count TransportSignal::countOf(QTcpSocket* transport)
+TransportSignal::CountPtr TransportSignal::countOf(QTcpSocket* transport)
 {
     for (QObject* child : transport->children()) {
         if (const auto* holder = dynamic_cast<const CountHolder*>(child))
             return holder->count;
     }
     return (new CountHolder(transport))->count;
+}
+
+void TransportSignal::dismiss(QTcpSocket* transport)
+{
+    const CountPtr count = countOf(transport);
+    if (!count->isHandling()) {
+        transport->deleteLater();
+        return;
+    }
+    transport->setParent(nullptr); // Which may be deleted before the signals have been handled.
+    count->m_dismissed = transport;
+}
+
+TransportSignal::TransportSignal(CountPtr count)
+    : m_count(std::move(count))
+{
+    ++m_count->m_handled;
+}
+
+TransportSignal::~TransportSignal()
+{
+    if (--m_count->m_handled == 0 && m_count->m_dismissed)
+        m_count->m_dismissed->deleteLater();
 }
 
 } // namespace vela

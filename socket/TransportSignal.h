@@ -2,6 +2,7 @@
 #ifndef FERRULE_TRANSPORTSIGNAL_H
 #define FERRULE_TRANSPORTSIGNAL_H
 
+#include <QtCore/QPointer>
 #include <QtNetwork/QTcpSocket>
 
 #include <memory>
@@ -17,23 +18,38 @@ namespace vela {
 class TransportSignal
 {
 public:
-    //! How many signals of one transport are being handled. Outlives the transport.
-    using Count = std::shared_ptr<int>;
+    //! What is known of the signals of one transport. Outlives the transport.
+    class Count
+    {
+    public:
+        //! Returns true while a signal is being handled.
+        bool isHandling() const { return m_handled > 0; }
+
+    private:
+        friend class TransportSignal;
+
+        int m_handled = 0;
+        QPointer<QTcpSocket> m_dismissed; // To be deleted once nothing is handled any more.
+    };
+    using CountPtr = std::shared_ptr<Count>;
 
     //! Returns the count of \a transport, the same one for as long as the transport lives.
-    static Count countOf(QTcpSocket* transport);
+    static CountPtr countOf(QTcpSocket* transport);
 
-    explicit TransportSignal(Count count)
-        : m_count(std::move(count))
-    {
-        ++*m_count;
-    }
-    ~TransportSignal() { --*m_count; }
+    /*!
+        Deletes \a transport later, but not before all of its signals have been handled: a plain
+        deleteLater() is carried out by an event loop that runs within a slot, and would delete a
+        transport that is still emitting outside of that loop.
+    */
+    static void dismiss(QTcpSocket* transport);
+
+    explicit TransportSignal(CountPtr count);
+    ~TransportSignal();
 
 private:
     Q_DISABLE_COPY(TransportSignal)
 
-    const Count m_count;
+    const CountPtr m_count;
 };
 
 } // namespace vela
