@@ -82,14 +82,25 @@ void EnginePeer::process()
         flush();
         Q_EMIT handshakeDone();
     }
+    noteFailure();
     char buffer[16384];
     int length = 0;
     while (m_handshakeDone && (length = SSL_read(m_ssl, buffer, sizeof buffer)) > 0)
         m_received.append(buffer, length);
-    ERR_clear_error();
+    noteFailure();
     flush();
     if (!m_received.isEmpty())
         Q_EMIT dataReceived();
+}
+
+void EnginePeer::noteFailure()
+{
+    char text[256];
+    if (m_failure.isEmpty() && ERR_peek_error() != 0) {
+        ERR_error_string_n(ERR_peek_error(), text, sizeof text);
+        m_failure = text;
+    }
+    ERR_clear_error();
 }
 
 void EnginePeer::flush()

@@ -39,6 +39,8 @@ public:
     bool isHandshakeDone() const { return m_handshakeDone; }
     QByteArray received() const { return m_received; }
     bool sawCloseNotify() const;
+    //! What the engine said about the first failure of the connection, an alert for instance.
+    QByteArray failure() const { return m_failure; }
 
     //! Encrypts \a data as one write of the engine.
     void write(const QByteArray& data);
@@ -57,6 +59,7 @@ Q_SIGNALS:
 
 private:
     void flush();
+    void noteFailure();
 
     SSL_CTX* m_context;
     SSL* m_ssl;
@@ -64,6 +67,7 @@ private:
     BIO* m_output;
     QTcpSocket* m_transport;
     QByteArray m_received;
+    QByteArray m_failure;
     bool m_handshakeDone = false;
     bool m_held = false;
 };
