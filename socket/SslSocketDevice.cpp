@@ -5,6 +5,7 @@
 
 #include <Ferrule/SslSocket.h>
 
+#include <QtCore/QDeadlineTimer>
 #include <QtCore/QElapsedTimer>
 #include <QtCore/QMetaObject>
 
@@ -108,9 +109,22 @@ bool SslSocketPrivate::peerSaidGoodbye() const
 bool SslSocket::waitForBytesWritten(int msecs)
 {
     const SessionGuard guard(d);
+    const QDeadlineTimer deadline(msecs);
     if (!d->writeBuffer.isEmpty())
         writeToSocket();
-    return guard.holds() && canWait(d->socket) && d->socket->waitForBytesWritten(msecs);
+    // While the peer renegotiates, the engine takes nothing before it has the peer's answer.
+    while (guard.holds() && d->established && !d->writeBuffer.isEmpty()
+           && d->transportState() == ConnectedState && d->socket->bytesToWrite() == 0) {
+        ++d->activeWaits;
+        const bool arrived =
+            d->socket->waitForReadyRead(static_cast<int>(deadline.remainingTime()));
+        if (guard.isAlive())
+            --d->activeWaits;
+        if (!arrived)
+            return false;
+    }
+    return guard.holds() && canWait(d->socket)
+           && d->socket->waitForBytesWritten(static_cast<int>(deadline.remainingTime()));
 }
 
 qint64 SslSocket::readData(char* data, qint64 maxlen)

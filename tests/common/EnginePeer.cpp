@@ -6,12 +6,14 @@
 namespace test {
 
 EnginePeer::EnginePeer(Role role, QTcpSocket* transport, const Identity& identity,
-                       unsigned long options)
+                       unsigned long options, const char* ciphers)
     : m_context(SSL_CTX_new(SSLv23_method()))
     , m_transport(transport)
 {
     transport->setParent(this);
     SSL_CTX_set_options(m_context, options);
+    if (ciphers)
+        SSL_CTX_set_cipher_list(m_context, ciphers);
     if (identity.x509()) {
         SSL_CTX_use_certificate(m_context, identity.x509());
         SSL_CTX_use_PrivateKey(m_context, identity.key());

@@ -28,10 +28,10 @@ public:
 
     /*!
         Speaks over \a transport, which it then owns. A server needs \a identity, a client may have
-        one. \a options are for `SSL_CTX_set_options`.
+        one. \a options are for `SSL_CTX_set_options`, \a ciphers the cipher list if not null.
     */
     EnginePeer(Role role, QTcpSocket* transport, const Identity& identity = Identity(),
-               unsigned long options = 0);
+               unsigned long options = 0, const char* ciphers = nullptr);
     ~EnginePeer() override;
 
     SSL* ssl() const { return m_ssl; }
