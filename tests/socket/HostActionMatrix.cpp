@@ -6,6 +6,8 @@
 
 #include <QtTest/QtTest>
 
+#include <algorithm>
+
 using vela::SslSocket;
 
 namespace test {
@@ -21,14 +23,32 @@ const struct
     {"abort", HostAction::Abort},
     {"disconnect", HostAction::Disconnect},
     {"disconnect-and-connect", HostAction::Reconnect},
+    {"abort-and-connect", HostAction::AbortAndConnect},
     {"connect", HostAction::ConnectAgain},
+    {"connect-directly", HostAction::ConnectDirectly},
     {"write", HostAction::Write},
     {"deleteLater", HostAction::DeleteLater},
     {"delete", HostAction::Delete},
     {"setSocket", HostAction::SetSocket},
     {"waitForReadyRead", HostAction::WaitForReadyRead},
     {"waitForBytesWritten", HostAction::WaitForBytesWritten},
+    {"nothing", HostAction::Nothing},
 };
+
+// What the peer does while a host has a dialog open.
+const struct
+{
+    const char* name;
+    PeerDeed deed;
+} dialogDeeds[] = {
+    {"nothing", PeerDeed::Nothing},
+    {"data", PeerDeed::Write},
+    {"goodbye", PeerDeed::CloseNotify},
+    {"the end", PeerDeed::HangUp},
+};
+
+// How long a wait may take in which the peer, who is of the same thread, can do nothing.
+constexpr int WAIT_MSECS = 10;
 
 const char* const connectionNames[] = {"functor",     "own functor",     "subclass slot", "slot",
                                        "queued slot", "relayed functor", "nested loop"};
@@ -37,14 +57,20 @@ const char* const connectionNames[] = {"functor",     "own functor",     "subcla
 class Row
 {
 public:
-    Row(Role role, const HostSignal& signal, HostAction action, HostConnection connection)
+    Row(Role role, const HostSignal& signal, HostAction action, HostConnection connection,
+        PeerDeed dialogDeed = PeerDeed::Nothing)
         : m_signal(signal)
         , m_action(action)
+        , m_dialogDeed(dialogDeed)
         , m_conversation(role)
         , m_log(new EmissionLog(m_conversation.socket()))
         , m_socket(m_conversation.socket())
         , m_actor(m_conversation, signal, connection, [this] { act(); })
     {
+        m_actor.onDialog = [this] {
+            if (m_conversation.peer())
+                m_conversation.doNow(m_dialogDeed);
+        };
     }
 
     void run();
@@ -61,6 +87,7 @@ private:
 
     const HostSignal& m_signal;
     HostAction m_action;
+    PeerDeed m_dialogDeed;
     HostConversation m_conversation;
     std::unique_ptr<EmissionLog> m_log;
     QPointer<SslSocket> m_socket;
@@ -93,13 +120,16 @@ void Row::run()
         checkClosed();
         break;
     case HostAction::Reconnect:
+    case HostAction::AbortAndConnect:
     case HostAction::ConnectAgain:
+    case HostAction::ConnectDirectly:
     case HostAction::SetSocket:
         checkReplaced();
         break;
     case HostAction::Write:
     case HostAction::WaitForReadyRead:
     case HostAction::WaitForBytesWritten:
+    case HostAction::Nothing:
         checkContinued();
         break;
     }
@@ -125,8 +155,19 @@ void Row::act()
         m_socket->disconnectFromHost();
         connectAgain();
         break;
+    case HostAction::AbortAndConnect:
+        m_socket->abort();
+        connectAgain();
+        break;
     case HostAction::ConnectAgain:
         connectAgain();
+        break;
+    case HostAction::ConnectDirectly:
+        m_socket->disconnectFromHost();
+        m_conversation.takeProxyAway();
+        connectAgain();
+        break;
+    case HostAction::Nothing:
         break;
     case HostAction::Write:
         m_socket->write("written in the slot");
@@ -144,10 +185,10 @@ void Row::act()
         m_conversation.adoptPrepared();
         break;
     case HostAction::WaitForReadyRead:
-        m_socket->waitForReadyRead(0);
+        m_socket->waitForReadyRead(WAIT_MSECS);
         break;
     case HostAction::WaitForBytesWritten:
-        m_socket->waitForBytesWritten(0);
+        m_socket->waitForBytesWritten(WAIT_MSECS);
         break;
     }
 }
@@ -178,6 +219,8 @@ void Row::checkClosed()
     QVERIFY(m_conversation.becomesUnconnected());
     settle();
     QCOMPARE(m_socket->state(), QAbstractSocket::UnconnectedState);
+    if (m_action != HostAction::Disconnect)
+        QVERIFY(!m_socket->isOpen());
 }
 
 void Row::checkContinued()
@@ -185,7 +228,8 @@ void Row::checkContinued()
     // Waiting for data includes waiting for the connection, and a wait in vain gives that up.
     const bool gaveUp =
         m_signal.audience == Audience::DirectClients && m_action == HostAction::WaitForReadyRead;
-    if (m_signal.endsConnection || gaveUp) {
+    const bool peerLeft = m_dialogDeed == PeerDeed::CloseNotify || m_dialogDeed == PeerDeed::HangUp;
+    if (m_signal.endsConnection || gaveUp || peerLeft) {
         settle();
         return;
     }
@@ -285,6 +329,28 @@ const struct
 
 } // namespace
 
+namespace {
+
+bool concerns(HostAction action, Role role)
+{
+    return action != HostAction::ConnectDirectly || role == Role::ProxiedClient;
+}
+
+const char* nameOf(HostAction action)
+{
+    const auto* const named =
+        std::find_if(std::begin(hostActions), std::end(hostActions),
+                     [action](const auto& row) { return row.action == action; });
+    return named->name;
+}
+
+bool contains(const std::vector<PeerDeed>& deeds, PeerDeed deed)
+{
+    return std::find(deeds.begin(), deeds.end(), deed) != deeds.end();
+}
+
+} // namespace
+
 void addHostActionRows(const std::vector<HostConnection>& connections)
 {
     QTest::addColumn<test::Role>("role");
@@ -297,6 +363,8 @@ void addHostActionRows(const std::vector<HostConnection>& connections)
                 if (signal.audience != Audience::Everyone && signal.audience != role.audience)
                     continue;
                 for (const auto& action : hostActions) {
+                    if (!concerns(action.action, role.role))
+                        continue;
                     QTest::addRow("%s, %s, %s, %s", role.name, signal.name, action.name,
                                   connectionNames[static_cast<int>(connection)])
                         << role.role << &signal << action.action << connection;
@@ -315,6 +383,45 @@ void runHostActionRow()
     static Bystanders bystanders;
     {
         Row row(role, *signal, action, connection);
+        row.run();
+    }
+    QVERIFY(bystanders.stillExchange());
+}
+
+void addHostDialogRows(const std::vector<HostAction>& actions, const std::vector<PeerDeed>& deeds)
+{
+    QTest::addColumn<test::Role>("role");
+    QTest::addColumn<const test::HostSignal*>("signal");
+    QTest::addColumn<test::HostAction>("action");
+    QTest::addColumn<test::PeerDeed>("deed");
+    for (const auto& role : roles) {
+        for (const HostSignal& signal : hostSignals()) {
+            if (signal.audience != Audience::Everyone && signal.audience != role.audience)
+                continue;
+            for (const HostAction action : actions) {
+                for (const auto& deed : dialogDeeds) {
+                    if (!concerns(action, role.role) || !contains(deeds, deed.deed))
+                        continue;
+                    QTest::addRow("%s, %s, %s, meanwhile %s", role.name, signal.name,
+                                  nameOf(action), deed.name)
+                        << role.role << &signal << action << deed.deed;
+                }
+            }
+        }
+    }
+}
+
+void runHostDialogRow()
+{
+    QFETCH(test::Role, role);
+    QFETCH(const test::HostSignal*, signal);
+    QFETCH(test::HostAction, action);
+    QFETCH(test::PeerDeed, deed);
+    static Bystanders bystanders;
+    bool given = false;
+    const int rounds = qEnvironmentVariableIntValue("FERRULE_ROUNDS", &given);
+    for (int round = 0; round < (given ? rounds : 1) && !QTest::currentTestFailed(); ++round) {
+        Row row(role, *signal, action, HostConnection::Dialog, deed);
         row.run();
     }
     QVERIFY(bystanders.stillExchange());

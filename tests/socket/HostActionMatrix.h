@@ -29,13 +29,16 @@ enum class HostAction {
     Abort,
     Disconnect,
     Reconnect,
+    AbortAndConnect,
     ConnectAgain,
+    ConnectDirectly, //!< After the proxy was taken away; for proxied clients.
     Write,
     DeleteLater,
     Delete,
     SetSocket,
     WaitForReadyRead,
-    WaitForBytesWritten
+    WaitForBytesWritten,
+    Nothing
 };
 
 //! How the host's code hangs on the signal.
@@ -46,7 +49,8 @@ enum class HostConnection {
     Slot,           //!< A slot of another object, connected by name.
     QueuedSlot,     //!< The same, queued.
     RelayedFunctor, //!< A functor in the socket's context, on a signal that a slot emits.
-    NestedLoop      //!< A functor in the socket's context, run by an event loop within a slot.
+    NestedLoop,     //!< A functor in the socket's context, run by an event loop within a slot.
+    Dialog          //!< The same, and the loop goes on for a while before and after.
 };
 
 const std::vector<HostSignal>& hostSignals();
@@ -57,10 +61,18 @@ void addHostActionRows(const std::vector<HostConnection>& connections);
 //! Carries out the row that the test function was called with.
 void runHostActionRow();
 
+/*!
+    The same for a host that opens a dialog within the signal: what it does, it does from an event
+    loop that has run for a while and goes on. Meanwhile the peer does one of \a deeds.
+*/
+void addHostDialogRows(const std::vector<HostAction>& actions, const std::vector<PeerDeed>& deeds);
+void runHostDialogRow();
+
 } // namespace test
 
 Q_DECLARE_METATYPE(const test::HostSignal*)
 Q_DECLARE_METATYPE(test::HostAction)
 Q_DECLARE_METATYPE(test::HostConnection)
+Q_DECLARE_METATYPE(test::PeerDeed)
 
 #endif

@@ -35,6 +35,7 @@ HostActor::HostActor(const HostConversation& conversation, const HostSignal& sig
     case HostConnection::Slot:
     case HostConnection::RelayedFunctor:
     case HostConnection::NestedLoop:
+    case HostConnection::Dialog:
         connectByName(this, Qt::AutoConnection);
         break;
     }
@@ -99,6 +100,8 @@ void HostActor::trigger()
         Q_EMIT relayed();
     else if (m_connection == HostConnection::NestedLoop)
         triggerInNestedLoop();
+    else if (m_connection == HostConnection::Dialog)
+        triggerInDialog();
     else
         act();
 }
@@ -114,6 +117,16 @@ void HostActor::triggerInNestedLoop()
     });
     timer.start(0);
     loop.exec();
+}
+
+// A person takes longer, but what a dialog lets in comes with the first passes of its event loop.
+void HostActor::triggerInDialog()
+{
+    QEventLoop dialog;
+    onDialog();
+    QTimer::singleShot(3, &dialog, [this] { act(); });
+    QTimer::singleShot(6, &dialog, &QEventLoop::quit);
+    dialog.exec();
 }
 
 void HostActor::act()

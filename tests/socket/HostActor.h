@@ -20,6 +20,9 @@ public:
     HostActor(const HostConversation& conversation, const HostSignal& signal,
               HostConnection connection, std::function<void()> action);
 
+    //! What happens elsewhere when a dialog has been opened.
+    std::function<void()> onDialog;
+
     bool hasActed() const { return m_acted; }
 
 Q_SIGNALS:
@@ -33,6 +36,7 @@ private:
     void connectByName(QObject* receiver, Qt::ConnectionType type);
     void trigger();
     void triggerInNestedLoop();
+    void triggerInDialog();
     void act();
 
     QPointer<vela::SslSocket> m_socket;

@@ -4,6 +4,8 @@
 #include "EventWait.h"
 #include "tests/common/FreshPort.h"
 
+#include <QtNetwork/QNetworkProxy>
+
 #include <utility>
 
 using vela::SslSocket;
@@ -119,9 +121,19 @@ void HostConversation::connectOut()
         m_socket->connectToHost(host, m_deafListener.serverPort());
         break;
     case Role::ProxiedClient:
-        m_socket->connectToHost(QStringLiteral("target.example"), 443);
+        if (m_listener.isListening())
+            m_socket->connectToHost(host, m_listener.serverPort());
+        else
+            m_socket->connectToHost(QStringLiteral("target.example"), 443);
         break;
     }
+}
+
+void HostConversation::takeProxyAway()
+{
+    m_socket->setProxy(QNetworkProxy::NoProxy);
+    if (!m_listener.isListening())
+        test::listenOnFreshPort(&m_listener);
 }
 
 void HostConversation::prepareConnection()

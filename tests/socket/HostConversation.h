@@ -100,6 +100,9 @@ public:
     //! Calls connectToHost(); of no use to a server, which finds nobody to talk TLS with.
     void connectOut();
 
+    //! Has a proxied client connect without its proxy from now on.
+    void takeProxyAway();
+
     //! Prepares a connection that adoptPrepared() hands to setSocket() and starts TLS on.
     void prepareConnection();
     void adoptPrepared();
