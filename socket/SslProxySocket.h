@@ -58,8 +58,8 @@ namespace vela {
     - connectToHost() is not refused while a connection is under way or stands: it starts a new
       tunnel, which takes the place of the former connection once it stands. Until then nothing
       more is heard from the former, yet what is written goes to its server. Its socket stays open,
-      and a child of this object, as long as the object lives. Call disconnectFromHost() or close()
-      first.
+      and a child of this object, as long as the object lives, but receives nothing any more. Call
+      disconnectFromHost() or close() first.
     - The device is opened only when the tunnel stands: write() before tunnelEstablished() fails,
       where an SslSocket would keep the data for later.
     - The session key is not set: tunnels share the sessions of the empty key, whatever server they

@@ -49,9 +49,11 @@ class SslSocketPrivate;
     A failure sets errorString(), then emits error() and errorOccurred() once each. Transport
     failures carry the inner socket's code and text; TLS failures carry `UnknownSocketError` and one
     of the texts quoted with the operations below. A "%1" in these texts is OpenSSL's own
-    description of the first thing that went wrong. After a TLS failure the connection still stands,
-    and a handshake that fails while data is read is reported twice ("SSL error: %1", then "Failed
-    to read from SSL, %1"): close or abort the socket in the first one. Texts go through tr().
+    description of the first thing that went wrong. What the engine has to tell the peer, an alert
+    for the most part, has been sent when the failure is reported. After a TLS failure the connection
+    still stands, and a handshake that fails while data is read is reported twice ("SSL error: %1",
+    then "Failed to read from SSL, %1"): close or abort the socket in the first one. Texts go
+    through tr().
 
     \section threads Threads
     A socket belongs to one thread, its own; connectToHost() and disconnectFromHost() may be called
@@ -59,16 +61,24 @@ class SslSocketPrivate;
     are independent of each other.
 
     \section slots Slots may do anything
-    Within any signal a host may close, abort, disconnect, connect again, write, call deleteLater(),
-    or delete the socket.
+    Within any signal a host may close, abort, disconnect, connect again, write, wait, call
+    deleteLater(), or delete the socket, and do so from an event loop that it runs there, a dialog
+    for instance.
+
+    Most signals come while the inner socket announces new data: readyRead(), connected(),
+    connectionVerificationDone() and the errors of TLS. As in readyRead() of any `QTcpSocket`, it
+    announces nothing more before the slot returns, however long an event loop runs in it. If the
+    peer closes the connection meanwhile, **what has not been decrypted yet is lost**, and the end
+    is reported as `RemoteHostClosedError` even where the peer has said goodbye. A host that opens a
+    dialog while data may come does so from a queued connection or a timer.
 
     \section hazards What a host would not guess
     - disconnectFromHost() and close() drop what was written but not yet encrypted. To be sure
       that everything leaves, call waitForBytesWritten(0) first: it encrypts at once, and the inner
       socket delivers what it was handed before disconnectFromHost() closes it. (Where the peer is
       slow this reports a `SocketTimeoutError`, which is then no failure.)
-    - A peer that says goodbye right behind its data ends the connection before an answer that
-      readyRead() only queued with write() is encrypted; again waitForBytesWritten(0) sends it.
+    - When the peer says goodbye, what the host has written by then is still encrypted and sent.
+      What it writes later, in a slot on disconnected() for instance, is not.
     - No close-notify alert is ever sent. Peers that insist on one may refuse to resume a session.
     - abort() does nothing while a server's handshake runs, for the state is still
       UnconnectedState then: use close().
@@ -78,6 +88,11 @@ class SslSocketPrivate;
     - What is written in readyRead(), unless it is much, is sent as soon as all that has arrived is
       read; bytesWritten() tells so from within that. Only inside waitForReadyRead() is it left to
       waitForBytesWritten().
+    - A peer that renegotiates makes writes wait until it has answered; bytesToWrite() tells.
+    - skip(), and with it `QDataStream::skipRawData()`, returns -1 however much there is to skip: Qt
+      asks the outer object for its connection. Read and drop the data, or skip it inside a read
+      transaction (`startTransaction()`), where Qt reads by itself.
+    - The inner socket never is in text mode, whatever the mode of the device.
     - Only the inner socket has a network connection: socketDescriptor(), socket options,
       setReadBufferSize(), flush(), waitForConnected() and waitForDisconnected() act on the outer
       object and see none. Apply them to socket(); wait for signals instead.
@@ -148,7 +163,10 @@ public:
     */
     void disconnectFromHost() override;
 
-    //! Aborts the connection at once, like abort(), and closes the device.
+    /*!
+        Aborts the connection at once, like abort(), and closes the device, unless a slot has begun
+        another connection meanwhile.
+    */
     void close() override;
 
     //! Returns true, always.
@@ -161,7 +179,8 @@ public:
         that came from `QTcpServer::nextPendingConnection()` must not outlive its server.
 
         The handshake starts with the peer's first bytes, or when the host calls sslConnect() or
-        sslAccept(). If \a socket is not connected, nothing changes but for the warning
+        sslAccept(). What \a socket has received already, but nobody has read, starts it from the
+        event loop. If \a socket is not connected, nothing changes but for the warning
         "QtSslSocket::setSocket: QtSslSocket::setSocket() was called with a socket that is not in
         ConnectedState.". Failures of the set-up are reported as for sslConnect().
     */
@@ -176,7 +195,9 @@ public:
 
     /*!
         Moves the socket, and the inner one with it, to \a thread. Call it on the socket's own
-        thread; neither this object nor an adopted inner socket may have a parent.
+        thread; neither this object nor an adopted inner socket may have a parent. Otherwise neither
+        is moved, and it warns "QtSslSocket::moveToThread() called for a socket that has a parent,
+        or whose inner socket has one." (in one line).
     */
     void moveToThread(QThread* thread);
 
@@ -282,11 +303,19 @@ public:
 
     /*!
         Waits until decrypted data has arrived, at most \a msecs milliseconds. A negative time polls
-        once instead of waiting for ever.
+        once instead of waiting for ever. Within readyRead() it looks first for what has been
+        received and not yet announced.
+
+        Returns false, without an error, as soon as the peer has said goodbye, and at once in
+        connectionVerificationDone() and in the first stateChanged(ConnectedState): before the host
+        has judged the peer nothing is read.
     */
     bool waitForReadyRead(int msecs = 30000) override;
 
-    //! Encrypts what is pending, then waits for the inner socket to write.
+    /*!
+        Encrypts what is pending, then waits for the inner socket to write, at most \a msecs
+        milliseconds. Returns false at once when there is nothing to be written.
+    */
     bool waitForBytesWritten(int msecs = 30000) override;
     //! \}
 
@@ -300,8 +329,10 @@ Q_SIGNALS:
         \a description is the translated text of both for a human reader.
 
         A peer without a certificate (the usual client, as a server sees it) is reported with
-        VerifyExpired, for its missing dates compare as the first moment of 1970, and an empty host
-        name. Ask x509peerCertificate() whether there is a certificate before judging by it.
+        VerifyExpired, for its missing dates compare as the first moment of 1970, an empty host name
+        and a \a description without a date: "The SSL certificate expired on ." That does not mean
+        that anything has expired. Ask x509peerCertificate() whether there is a certificate before
+        judging by the rest, and do not show the description otherwise.
     */
     void connectionVerificationDone(vela::CertVerify result, bool hostNameMatched,
                                     QString description);

@@ -106,8 +106,9 @@ void Client::judge(vela::CertVerify verdict, bool hostNameMatched, const QString
             console::note(row);
     }
     if (m_options.requireOk && verdict != vela::VerifyOk) {
-        failAtPeer(ExitVerdict, QStringLiteral("the verdict is not OK but %1: %2")
-                                    .arg(verdictName(verdict), description));
+        failAtPeer(ExitVerdict,
+                   QStringLiteral("the verdict is not OK but %1: %2")
+                       .arg(verdictName(verdict), peerDescription(*m_socket, description)));
     } else if (m_options.requireOk && m_options.store == StoreChoice::System
                && store.verdict != vela::VerifyOk) {
         failAtPeer(ExitVerdict, QStringLiteral("the verdict of the system's store is not OK but %1")

@@ -8,6 +8,14 @@
 
 #include <QtCore/QStringList>
 
+QString peerDescription(const vela::SslSocket& socket, const QString& description)
+{
+    // The socket hands out a reference; the certificate object takes it over.
+    const vela::SslCertificate certificate(socket.x509peerCertificate(), true);
+    return certificate.isEmpty() ? QStringLiteral("the peer has shown no certificate")
+                                 : description;
+}
+
 QString peerReport(const vela::SslSocket& socket, vela::CertVerify verdict, bool hostNameMatched,
                    const QString& description)
 {
@@ -15,7 +23,7 @@ QString peerReport(const vela::SslSocket& socket, vela::CertVerify verdict, bool
         reportRow("verdict", verdictName(verdict)),
         reportRow("host name",
                   hostNameMatched ? QStringLiteral("agrees") : QStringLiteral("differs")),
-        reportRow("description", description),
+        reportRow("description", peerDescription(socket, description)),
         reportRow("cipher", QStringLiteral("%1, %2, %3 bits")
                                 .arg(socket.getCipherName(), socket.getCipherVersion())
                                 .arg(socket.getCipherBits())),

@@ -18,4 +18,10 @@ class SslSocket;
 QString peerReport(const vela::SslSocket& socket, vela::CertVerify verdict, bool hostNameMatched,
                    const QString& description);
 
+/*!
+    Returns \a description, which connectionVerificationDone() gave; for a peer without a
+    certificate, of which it would say that it has expired, a text of its own.
+*/
+QString peerDescription(const vela::SslSocket& socket, const QString& description);
+
 #endif

@@ -51,8 +51,6 @@ void Connection::start()
     m_socket.setSocket(m_transport);
     if (m_transport->state() != QAbstractSocket::ConnectedState)
         end(QStringLiteral("closed by the client"));
-    else if (m_transport->bytesAvailable() > 0)
-        m_socket.sslAccept();
 }
 
 void Connection::greet()
@@ -78,9 +76,6 @@ void Connection::receive()
 void Connection::echo(const QByteArray& data)
 {
     m_out += m_socket.write(data);
-    // Encrypts at once. The client's goodbye may stand right behind its data, and what is not yet
-    // encrypted then would be dropped.
-    m_socket.waitForBytesWritten(0);
     // Nothing tells the library to stop receiving, so the echo grows with what the client sends.
     if (backlog() > m_options.backlogLimit)
         end(QStringLiteral("the client does not take its echo"));
@@ -120,9 +115,6 @@ void Connection::limitClosing(QAbstractSocket::SocketState state)
 
 void Connection::handleError(QAbstractSocket::SocketError error)
 {
-    // waitForBytesWritten() says so when the client takes nothing for the moment.
-    if (error == QAbstractSocket::SocketTimeoutError)
-        return;
     // How a client takes its leave of a file that it has is its own business.
     if (m_fileSent)
         end(QStringLiteral("closed by the client"));

@@ -43,6 +43,7 @@ private Q_SLOTS:
     void certificateIsOfferedToAServerThatAsks_data();
     void certificateIsOfferedToAServerThatAsks();
     void ipv6Address();
+    void serverWithoutACertificateIsNotCalledExpired();
 
 private:
     Authority m_authority;
@@ -277,6 +278,21 @@ void tst_FerruleClientReport::ipv6Address()
                          QStringLiteral("[::1]"));
     QCOMPARE(connectOnce(client), 0);
     QVERIFY(server.waitForOutput("[::1]:"));
+}
+
+void tst_FerruleClientReport::serverWithoutACertificateIsNotCalledExpired()
+{
+    FERRULE_REQUIRE_OPENSSL_COMMAND();
+    const QString anonymous = QStringLiteral("ADH-AES128-SHA256");
+    const QString unsafe = QStringLiteral(":@SECLEVEL=0");
+    OpenSslServer server(m_authority, words("-tls1_2 -cipher") + QStringList(anonymous + unsafe));
+    ClientProgram client(server.port(), {QStringLiteral("--ciphers"),
+                                         ENGINE_HAS_TLS13 ? anonymous + unsafe : anonymous,
+                                         QStringLiteral("--require-ok")});
+    QCOMPARE(connectOnce(client), 6);
+    QVERIFY2(client.errors().contains("\ndescription  the peer has shown no certificate\n"),
+             client.errors().constData());
+    QVERIFY2(!client.errors().contains("expired on"), client.errors().constData());
 }
 
 QTEST_GUILESS_MAIN(tst_FerruleClientReport)

@@ -394,6 +394,8 @@ void addHostDialogRows(const std::vector<HostAction>& actions, const std::vector
     QTest::addColumn<const test::HostSignal*>("signal");
     QTest::addColumn<test::HostAction>("action");
     QTest::addColumn<test::PeerDeed>("deed");
+    const int sample = std::max(1, qEnvironmentVariableIntValue("FERRULE_SAMPLE"));
+    int combination = 0;
     for (const auto& role : roles) {
         for (const HostSignal& signal : hostSignals()) {
             if (signal.audience != Audience::Everyone && signal.audience != role.audience)
@@ -401,6 +403,8 @@ void addHostDialogRows(const std::vector<HostAction>& actions, const std::vector
             for (const HostAction action : actions) {
                 for (const auto& deed : dialogDeeds) {
                     if (!concerns(action, role.role) || !contains(deeds, deed.deed))
+                        continue;
+                    if (++combination % sample != 0)
                         continue;
                     QTest::addRow("%s, %s, %s, meanwhile %s", role.name, signal.name,
                                   nameOf(action), deed.name)

@@ -7,7 +7,8 @@ using namespace test;
 
 /*!
     Hosts that open dialogs within the socket's signals. Valgrind sees what the sanitizers do not: a
-    socket of Qt's that is used after it was deleted. FERRULE_ROUNDS sets how often each row is run.
+    socket of Qt's that is used after it was deleted. FERRULE_ROUNDS says how often each row is run,
+    FERRULE_SAMPLE which rows are: with 8, every eighth.
 */
 class TestHostDialogs : public QObject
 {
