@@ -35,6 +35,11 @@ inline int SSL_SESSION_up_ref(SSL_SESSION* session)
     return CRYPTO_add(&session->references, 1, CRYPTO_LOCK_SSL_SESSION) > 1 ? 1 : 0;
 }
 
+inline unsigned long SSL_SESSION_get_ticket_lifetime_hint(const SSL_SESSION* session)
+{
+    return static_cast<unsigned long>(session->tlsext_tick_lifetime_hint);
+}
+
 inline int SSL_SESSION_is_resumable(const SSL_SESSION* session)
 {
     return session->not_resumable == 0

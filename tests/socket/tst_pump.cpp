@@ -1,77 +1,21 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "tests/common/EnginePeer.h"
+#include "BareConnection.h"
+
 #include "tests/common/FreshPort.h"
-#include "tests/common/SignalLog.h"
 #include "tests/common/TlsServer.h"
 
 #include <QtTest/QtTest>
 
-#include <memory>
-
+using test::atMostTls12;
+using test::BareServer;
+using test::Connection;
 using test::EnginePeer;
+using test::OpenSocket;
 using vela::SslSocket;
 
 namespace {
 
 const QString LOCALHOST = QStringLiteral("localhost");
-
-class OpenSocket : public SslSocket
-{
-public:
-    using SslSocket::readData;
-    using SslSocket::readLineData;
-    using SslSocket::SslSocket;
-};
-
-//! A client of the library against a server that is OpenSSL alone.
-class BareServer : public QTcpServer
-{
-public:
-    explicit BareServer(const test::Identity& identity, unsigned long options = 0)
-    {
-        test::listenOnFreshPort(this);
-        connect(this, &QTcpServer::newConnection, this, [this, identity, options] {
-            peer = std::make_unique<EnginePeer>(EnginePeer::Server, nextPendingConnection(),
-                                                identity, options);
-            if (prepare)
-                prepare();
-        });
-    }
-
-    std::unique_ptr<EnginePeer> peer;
-    std::function<void()> prepare;
-};
-
-struct Connection
-{
-    explicit Connection(unsigned long options = 0)
-        : server(test::makeIdentity(test::CertificateSpec()), options)
-        , client(SslSocket::Client)
-        , log(&client)
-    {
-        client.connectToHost(LOCALHOST, server.serverPort());
-        settled = QTest::qWaitFor([this] {
-            return server.peer && server.peer->isHandshakeDone()
-                   && client.state() == QAbstractSocket::ConnectedState
-                   && client.socket()->bytesToWrite() == 0;
-        });
-        log.clear();
-    }
-
-    BareServer server;
-    OpenSocket client;
-    test::SignalLog log;
-    bool settled = false;
-};
-
-unsigned long atMostTls12()
-{
-#ifdef SSL_OP_NO_TLSv1_3
-    return SSL_OP_NO_TLSv1_3;
-#else
-    return 0;
-#endif
-}
 
 //! How many TLS records of application data \a octets hold.
 int countApplicationRecords(const QByteArray& octets)
