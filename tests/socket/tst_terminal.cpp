@@ -80,6 +80,8 @@ QByteArray certificatesIn(const QByteArray& pem)
 QByteArray rootsIn(const QString& file)
 {
     QFile bundle(file);
+    if (!bundle.open(QIODevice::ReadOnly))
+        return "not opened";
     vela::GenericCertStore store(nullptr);
     store.importRootCerts(&bundle, vela::AcceptAlways);
     return QByteArray::number(store.count());
