@@ -2,7 +2,6 @@
 #include "BareConnection.h"
 #include "TcpPair.h"
 
-#include "tests/common/ErrorQueue.h"
 #include "tests/common/TlsServer.h"
 
 #include <QtTest/QtTest>
@@ -12,8 +11,12 @@ using test::EnginePeer;
 using vela::SslSocket;
 
 /*
-    The finer points of handshake and pump, as a host or a peer sees them. One is missing: the text
-   of verification code 0 can be asked for by nobody, because only failures have a text.
+    The finer points of handshake and pump, as a host or a peer sees them. Some cannot be seen:
+
+    - The error queue is emptied before a step of the handshake. Both engines begin the step with
+      that themselves.
+    - Verification code 0 has a text. Only failures are asked for theirs.
+    - One output ends at 1 GiB. It takes several GiB of memory to get there.
 */
 namespace {
 
@@ -70,7 +73,6 @@ class PumpDetailsTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void repeatedStepIgnoresStaleErrors();
     void goodbyeInTheHandshakeIsAnError();
     void firstBytesOpenTheDeviceOfAServer();
     void nothingIsReadBeforeTheStateIsAnnounced();
@@ -81,19 +83,6 @@ private Q_SLOTS:
     void writesOfOnePassQueueOneCall();
     void answerInsideASlotIsLeftToTheOuterRead();
 };
-
-void PumpDetailsTest::repeatedStepIgnoresStaleErrors()
-{
-    const test::TcpPair pair;
-    const std::unique_ptr<QTcpSocket> far(pair.far);
-    OpeningServer server(test::makeIdentity(test::CertificateSpec()));
-    server.setSocket(pair.near);
-    const QSignalSpy errors(&server, &QAbstractSocket::errorOccurred);
-    QVERIFY(!server.sslAccept());
-    test::leaveOpenSslErrors();
-    QVERIFY(!server.sslAccept());
-    QVERIFY2(errors.isEmpty(), qPrintable(server.errorString()));
-}
 
 void PumpDetailsTest::goodbyeInTheHandshakeIsAnError()
 {

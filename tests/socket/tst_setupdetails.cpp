@@ -13,9 +13,12 @@ using test::EnginePeer;
 using vela::SslSocket;
 
 /*
-    What a host or a peer sees of the set-up's finer points. One is missing: writeScheduled is
-   cleared by a reset, but nobody could tell if it were not, because the queued call that it stands
-   for is queued still and does what another one would.
+    What a host or a peer sees of the set-up's finer points. Some cannot be seen:
+
+    - A reset forgets that a call of writeToSocket() is queued. It is queued still, and does what
+      another one would.
+    - A session that the engine refused leaves the pool. It was in use, and such a session is never
+      handed out again.
 */
 namespace {
 
