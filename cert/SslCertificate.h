@@ -113,8 +113,8 @@ public:
 
     /*!
         Parses the first PEM certificate in the \a length bytes at \a data and owns it; empty when
-        there is none or it is damaged. For a block that is marked as encrypted OpenSSL asks the
-        controlling terminal, if there is one, for a password.
+        there is none or it is damaged. A block that is encrypted counts as damaged: nobody is ever
+        asked for a pass phrase.
     */
     SslCertificate(const char* data, int length);
 

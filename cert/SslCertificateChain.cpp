@@ -5,6 +5,7 @@
 #include "cert/PemText.h"
 #include "support/OpenSslCompat.h"
 #include "support/OpenSslHandles.h"
+#include "support/PassPhrase.h"
 
 #include <QtCore/QSet>
 #include <QtCore/QVector>
@@ -116,7 +117,7 @@ QList<x509_st*> SslCertificateChain::readPem(const char* data, int length)
     const BioHandle bio(BIO_new_mem_buf(const_cast<char*>(data), length));
     if (!bio)
         return handles;
-    while (x509_st* handle = PEM_read_bio_X509(bio.get(), nullptr, nullptr, nullptr))
+    while (x509_st* handle = PEM_read_bio_X509(bio.get(), nullptr, refusePassPhrase, nullptr))
         handles.append(handle);
     return handles;
 }

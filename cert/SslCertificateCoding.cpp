@@ -3,6 +3,7 @@
 #include "cert/PemText.h"
 #include "cert/SslCertificate.h"
 #include "support/OpenSslHandles.h"
+#include "support/PassPhrase.h"
 
 #include <openssl/buffer.h>
 #include <openssl/pem.h>
@@ -14,7 +15,7 @@ x509_st* SslCertificate::readPem(const char* data, int length)
     const OpenSslErrorMark mark;
     // OpenSSL 1.0.2 takes the memory without saying const.
     const BioHandle bio(BIO_new_mem_buf(const_cast<char*>(data), length));
-    return bio ? PEM_read_bio_X509(bio.get(), nullptr, nullptr, nullptr) : nullptr;
+    return bio ? PEM_read_bio_X509(bio.get(), nullptr, refusePassPhrase, nullptr) : nullptr;
 }
 
 x509_st* SslCertificate::readPem(const QString& fileName)

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "socket/AuthorityFiles.h"
 
+#include "socket/AuthorityReader.h"
 #include "socket/FileVersion.h"
-#include "support/OpenSslCompat.h"
 
 #include <QtCore/QMap>
 
@@ -47,7 +47,7 @@ void AuthorityFiles::loadDefaults(SSL_CTX* context)
     if (isLoaded(file, directory))
         return;
     const FileVersion version = FileVersion::of(file);
-    setDefaultVerifyPaths(context);
+    AuthorityReader::addDefaults(context, file.constData(), directory.constData());
     remember(file, directory, version);
 }
 
@@ -56,11 +56,11 @@ bool AuthorityFiles::load(SSL_CTX* context, const QByteArray& file, const QByteA
     if (isLoaded(file, directory))
         return true;
     const FileVersion version = FileVersion::of(file);
-    if (SSL_CTX_load_verify_locations(context, file.isEmpty() ? nullptr : file.constData(),
-                                      directory.isEmpty() ? nullptr : directory.constData())
-        != 1) {
+    X509_STORE* store = SSL_CTX_get_cert_store(context);
+    if (!file.isEmpty() && !AuthorityReader::addFile(store, file.constData()))
         return false;
-    }
+    if (!directory.isEmpty() && !AuthorityReader::addDirectories(store, directory.constData()))
+        return false;
     remember(file, directory, version);
     return true;
 }

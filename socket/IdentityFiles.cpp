@@ -4,6 +4,9 @@
 #include "socket/FileVersion.h"
 #include "support/OpenSslErrors.h"
 
+#include <openssl/err.h>
+#include <openssl/pem.h>
+
 namespace vela {
 
 namespace {
@@ -33,10 +36,26 @@ Source& loadedSource()
     return *source;
 }
 
+bool saysEncrypted(unsigned long error)
+{
+    return ERR_GET_LIB(error) == ERR_LIB_PEM && ERR_GET_REASON(error) == PEM_R_BAD_PASSWORD_READ;
+}
+
+// The oldest error is what counts, except that newer engines begin with one that tells nobody what
+// is wrong with an encrypted key.
+QString takeLoadError()
+{
+    const unsigned long oldest = ERR_get_error();
+    unsigned long error = oldest;
+    while (error != 0 && !saysEncrypted(error))
+        error = ERR_get_error();
+    return describeOpenSslError(error != 0 ? error : oldest);
+}
+
 QString takeErrorUnless(bool succeeded)
 {
     // Each error is taken at once: the calls that follow may empty OpenSSL's queue.
-    const QString error = succeeded ? QString() : takeOpenSslError();
+    const QString error = succeeded ? QString() : takeLoadError();
     clearOpenSslErrors();
     return error;
 }

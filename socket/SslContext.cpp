@@ -3,6 +3,7 @@
 
 #include "socket/SessionPool.h"
 #include "support/OpenSslLocking.h"
+#include "support/PassPhrase.h"
 
 #include <QtCore/QDebug>
 #include <QtCore/QTime>
@@ -72,6 +73,7 @@ void configure(SSL_CTX* context)
     // Newer engines choose a curve by themselves. Without one a server has no ephemeral key
     // exchange, and many of today's clients accept nothing else.
     static_cast<void>(SSL_CTX_set_ecdh_auto(context, 1));
+    SSL_CTX_set_default_passwd_cb(context, refusePassPhrase);
 }
 
 //! Empty lists stand for the engine's own choice.

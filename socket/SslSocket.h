@@ -221,7 +221,11 @@ public:
     QString pathToCertificate() const;
     void setPathToCertificate(const QString& path);
 
-    //! The PEM file of the private key that belongs to the certificate.
+    /*!
+        The PEM file of the private key that belongs to the certificate. The key must not be
+        encrypted: nobody is ever asked for a pass phrase. "Error loading private key, %1" says
+        "bad password read" of a key that is, and so do the other errors of files.
+    */
     QString pathToPrivateKey() const;
     void setPathToPrivateKey(const QString& path);
 

@@ -35,6 +35,11 @@ inline int SSL_SESSION_up_ref(SSL_SESSION* session)
     return CRYPTO_add(&session->references, 1, CRYPTO_LOCK_SSL_SESSION) > 1 ? 1 : 0;
 }
 
+inline unsigned long SSL_SESSION_get_ticket_lifetime_hint(const SSL_SESSION* session)
+{
+    return static_cast<unsigned long>(session->tlsext_tick_lifetime_hint);
+}
+
 inline int SSL_SESSION_is_resumable(const SSL_SESSION* session)
 {
     return session->not_resumable == 0
@@ -57,28 +62,6 @@ constexpr int REFERENCE_ENGINE_NID_COUNT = 958;
     engines have moved.
 */
 constexpr int REFERENCE_ENGINE_INVALID_CA = 24;
-
-/*!
-    Makes \a context look for authorities in OpenSSL's default file and directory. What newer
-   engines add to these two finds nothing more, but reads the whole directory for each issuer that
-   the context does not know.
-*/
-#if OPENSSL_VERSION_NUMBER < 0x10100000L
-
-inline void setDefaultVerifyPaths(SSL_CTX* context)
-{
-    SSL_CTX_set_default_verify_paths(context);
-}
-
-#else
-
-inline void setDefaultVerifyPaths(SSL_CTX* context)
-{
-    SSL_CTX_set_default_verify_file(context);
-    SSL_CTX_set_default_verify_dir(context);
-}
-
-#endif
 
 using OpenSslLockingCallback = void (*)(int mode, int number, const char* file, int line);
 using OpenSslThreadIdCallback = unsigned long (*)();

@@ -14,9 +14,14 @@ void clearOpenSslErrors()
 
 QString takeOpenSslError()
 {
+    return describeOpenSslError(ERR_get_error());
+}
+
+QString describeOpenSslError(unsigned long error)
+{
     // The form with a buffer: ERR_error_string() itself writes into one that all threads share.
     char text[256];
-    ERR_error_string_n(ERR_get_error(), text, sizeof text);
+    ERR_error_string_n(error, text, sizeof text);
     return QString::fromLatin1(text);
 }
 

@@ -19,6 +19,9 @@ void clearOpenSslErrors();
 */
 QString takeOpenSslError();
 
+//! Renders an error code likewise; 0 stands for an empty queue.
+QString describeOpenSslError(unsigned long error);
+
 } // namespace vela
 
 #endif

@@ -43,10 +43,11 @@ public:
 class BareServer : public QTcpServer
 {
 public:
-    explicit BareServer(const Identity& identity, unsigned long options = 0)
+    explicit BareServer(const Identity& identity, unsigned long peerOptions = 0)
+        : options(peerOptions)
     {
         listenOnFreshPort(this);
-        connect(this, &QTcpServer::newConnection, this, [this, identity, options] {
+        connect(this, &QTcpServer::newConnection, this, [this, identity] {
             peer = std::make_unique<EnginePeer>(EnginePeer::Server, nextPendingConnection(),
                                                 identity, options);
             if (prepare)
@@ -54,8 +55,9 @@ public:
         });
     }
 
+    unsigned long options; //!< Of the peers to come, for `SSL_CTX_set_options`.
     std::unique_ptr<EnginePeer> peer;
-    std::function<void()> prepare;
+    std::function<void()> prepare; //!< Called with each new peer.
 };
 
 //! A client of the library that is connected to such a server, and what it has emitted since.

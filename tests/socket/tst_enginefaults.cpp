@@ -1,4 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
+#include "BareConnection.h"
+
+#include "tests/common/ErrorQueue.h"
 #include "tests/common/TlsServer.h"
 
 #include <QtTest/QtTest>
@@ -20,9 +23,32 @@ bool sessionIsRefused = false;
 int bioFailsAt = 0;
 bool bioWriteFallsShort = false;
 bool writeFails = false;
+int writeFailsAt = 0;
+bool freedSessionIsOffered = false;
+QSet<const void*> freedSessions;
 
 const QString LOCALHOST = QStringLiteral("localhost");
 const QString NO_REASON = QStringLiteral("error:00000000:lib(0)");
+
+//! A failure with a reason of its own, as OpenSSL reports it.
+int failWithBadLength()
+{
+    ERR_put_error(ERR_LIB_SSL, 0, SSL_R_BAD_LENGTH, __FILE__, __LINE__);
+    return -1;
+}
+
+// The engines differ in what such a function returns.
+template <typename Result>
+Result sessionIsMade(void* session, void*, CRYPTO_EX_DATA*, int, long, void*)
+{
+    freedSessions.remove(session); // At the address of an earlier one.
+    return Result(1);
+}
+
+void sessionIsFreed(void* session, void*, CRYPTO_EX_DATA*, int, long, void*)
+{
+    freedSessions.insert(session);
+}
 
 } // namespace
 
@@ -53,11 +79,15 @@ SSL* __wrap_SSL_new(SSL_CTX* context)
 
 int __wrap_SSL_set_session(SSL* ssl, SSL_SESSION* session)
 {
-    return sessionIsRefused ? 0 : __real_SSL_set_session(ssl, session);
+    const bool isFreed = session && freedSessions.contains(session);
+    freedSessionIsOffered = freedSessionIsOffered || isFreed;
+    return sessionIsRefused || isFreed ? 0 : __real_SSL_set_session(ssl, session);
 }
 
 int __wrap_SSL_write(SSL* ssl, const void* data, int length)
 {
+    if (writeFailsAt > 0 && --writeFailsAt == 0)
+        return failWithBadLength();
     return writeFails ? -1 : __real_SSL_write(ssl, data, length);
 }
 
@@ -83,8 +113,11 @@ private Q_SLOTS:
     void memoryBioThatCannotBeMadeIsReported_data();
     void memoryBioThatCannotBeMadeIsReported();
     void refusedPooledSessionIsReportedAndForgotten();
+    void freedSessionIsNeverOffered();
     void shortWriteOfCiphertextIsReported();
     void failedEncryptionIsReported();
+    void failedEncryptionIsReportedWithItsOwnReason();
+    void failedEncryptionSendsNothingAfterItsReport();
     void nextConnectionWorksAfterAFailure();
 };
 
@@ -187,6 +220,24 @@ void EngineFaultsTest::refusedPooledSessionIsReportedAndForgotten()
     QVERIFY(!second.isSessionReused());
 }
 
+// OpenSSL drops the session of a connection that failed, while the connection still has it.
+void EngineFaultsTest::freedSessionIsNeverOffered()
+{
+    QVERIFY(SSL_SESSION_get_ex_new_index(0, nullptr, sessionIsMade, nullptr, sessionIsFreed) > 0);
+    test::BareConnection connection(test::atMostTls12());
+    QVERIFY(connection.settled);
+    QSignalSpy error(&connection.client, &QAbstractSocket::errorOccurred);
+    connection.server.peer->hold(true);
+    connection.server.peer->write("damaged");
+    QByteArray record = connection.server.peer->takePending();
+    record[record.size() - 1] = char(~record.at(record.size() - 1));
+    connection.server.peer->transport()->write(record);
+    QVERIFY(error.wait());
+    connection.client.close();
+    QVERIFY(connectToServer(connection.client, connection.server.serverPort()));
+    QVERIFY(!freedSessionIsOffered);
+}
+
 void EngineFaultsTest::shortWriteOfCiphertextIsReported()
 {
     test::TlsServer server;
@@ -229,6 +280,38 @@ void EngineFaultsTest::failedEncryptionIsReported()
     QCOMPARE(socket.state(), QAbstractSocket::ConnectedState);
     QCOMPARE(socket.bytesToWrite(), 12);
     QVERIFY(!socket.getCipherName().isEmpty());
+}
+
+void EngineFaultsTest::failedEncryptionIsReportedWithItsOwnReason()
+{
+    test::BareConnection connection;
+    QVERIFY(connection.settled);
+    const QSignalSpy error(&connection.client, &QAbstractSocket::errorOccurred);
+    connection.client.write("never leaves");
+    test::leaveOpenSslErrors();
+    writeFailsAt = 1;
+    QCoreApplication::sendPostedEvents(&connection.client);
+    QCOMPARE(error.size(), 1);
+    const QString text = connection.client.errorString();
+    QVERIFY2(text.startsWith(QStringLiteral("SSL error: error:")), qPrintable(text));
+    QVERIFY2(text.endsWith(QStringLiteral("bad length")), qPrintable(text));
+}
+
+// A host that closes in the report decides what still leaves.
+void EngineFaultsTest::failedEncryptionSendsNothingAfterItsReport()
+{
+    test::BareConnection connection;
+    QVERIFY(connection.settled);
+    qint64 atReport = -1;
+    connect(&connection.client, &QAbstractSocket::errorOccurred, this,
+            [&] { atReport = connection.client.socket()->bytesToWrite(); });
+    connection.client.write(QByteArray(4096, 'x'));
+    connection.client.write(QByteArray(4096, 'y'));
+    writeFailsAt = 2;
+    QCoreApplication::sendPostedEvents(&connection.client);
+    QCOMPARE(writeFailsAt, 0);
+    QVERIFY(atReport >= 0);
+    QCOMPARE(connection.client.socket()->bytesToWrite(), atReport);
 }
 
 void EngineFaultsTest::nextConnectionWorksAfterAFailure()

@@ -5,11 +5,11 @@
 #include <QtTest/QtTest>
 
 using test::atMostTls12;
+using test::BareConnection;
 using test::BareServer;
 using test::EnginePeer;
 using test::OpenSocket;
 using vela::SslSocket;
-using Connection = test::BareConnection;
 
 namespace {
 
@@ -75,7 +75,7 @@ private Q_SLOTS:
 
 void PumpTest::aRecordIsAnnouncedInPieces()
 {
-    Connection connection;
+    BareConnection connection;
     QVERIFY(connection.settled);
     connection.server.peer->write(QByteArray(10000, 'x'));
     QTRY_COMPARE(connection.client.bytesAvailable(), 10000);
@@ -87,7 +87,7 @@ void PumpTest::aRecordIsAnnouncedInPieces()
 
 void PumpTest::everyPieceIsBufferedWhenItIsAnnounced()
 {
-    Connection connection;
+    BareConnection connection;
     QVERIFY(connection.settled);
     QList<int> pieces;
     connect(&connection.client, &QIODevice::readyRead, &connection.client,
@@ -147,7 +147,7 @@ void PumpTest::aServerThatSpeaksAndLeavesIsHeardWhole()
 
 void PumpTest::partOfARecordIsNoData()
 {
-    Connection connection;
+    BareConnection connection;
     QVERIFY(connection.settled);
     EnginePeer& peer = *connection.server.peer;
     peer.hold(true);
@@ -166,7 +166,7 @@ void PumpTest::partOfARecordIsNoData()
 
 void PumpTest::recordsArriveByteByByte()
 {
-    Connection connection;
+    BareConnection connection;
     QVERIFY(connection.settled);
     EnginePeer& peer = *connection.server.peer;
     peer.hold(true);
@@ -204,7 +204,7 @@ void PumpTest::writeBeforeTheHandshakeIsSentAfterIt()
 
 void PumpTest::writesOfOnePassLeaveInOneRecord()
 {
-    Connection connection;
+    BareConnection connection;
     QVERIFY(connection.settled);
     QTcpSocket* transport = connection.server.peer->transport();
     transport->disconnect(connection.server.peer.get());
@@ -216,7 +216,7 @@ void PumpTest::writesOfOnePassLeaveInOneRecord()
 
 void PumpTest::writesOfTwoPassesLeaveApart()
 {
-    Connection connection;
+    BareConnection connection;
     QVERIFY(connection.settled);
     QTcpSocket* transport = connection.server.peer->transport();
     transport->disconnect(connection.server.peer.get());
@@ -230,7 +230,7 @@ void PumpTest::writesOfTwoPassesLeaveApart()
 
 void PumpTest::bytesToWriteFallsWhenEncrypted()
 {
-    Connection connection;
+    BareConnection connection;
     QVERIFY(connection.settled);
     connection.client.write(QByteArray(5000, 'x'));
     QCOMPARE(connection.client.bytesToWrite(), 5000);
@@ -242,7 +242,7 @@ void PumpTest::bytesToWriteFallsWhenEncrypted()
 
 void PumpTest::answersLeaveWithTheReadThatAskedForThem()
 {
-    Connection connection;
+    BareConnection connection;
     QVERIFY(connection.settled);
     OpenSocket& client = connection.client;
     connect(&client, &QIODevice::readyRead, this, [&client] {
@@ -264,7 +264,7 @@ void PumpTest::answersLeaveWithTheReadThatAskedForThem()
 
 void PumpTest::largeAnswersLeaveWithTheEventLoop()
 {
-    Connection connection;
+    BareConnection connection;
     QVERIFY(connection.settled);
     OpenSocket& client = connection.client;
     const QByteArray answer(100000, 'x');
@@ -283,7 +283,7 @@ void PumpTest::largeAnswersLeaveWithTheEventLoop()
 
 void PumpTest::answersOfAHostThatWaitsAreLeftToItsWaiting()
 {
-    Connection connection;
+    BareConnection connection;
     QVERIFY(connection.settled);
     OpenSocket& client = connection.client;
     connect(&client, &QIODevice::readyRead, this, [&client] { client.write(client.readAll()); });
@@ -298,7 +298,7 @@ void PumpTest::answersOfAHostThatWaitsAreLeftToItsWaiting()
 
 void PumpTest::bytesWrittenCountsTheWire()
 {
-    Connection connection;
+    BareConnection connection;
     QVERIFY(connection.settled);
     qint64 counted = 0;
     connect(&connection.client, &QIODevice::bytesWritten, this,
@@ -330,7 +330,7 @@ void PumpTest::bytesWrittenIsSilentDuringTheHandshake()
 
 void PumpTest::damagedRecordIsAnError()
 {
-    Connection connection;
+    BareConnection connection;
     QVERIFY(connection.settled);
     EnginePeer& peer = *connection.server.peer;
     peer.hold(true);
@@ -350,7 +350,7 @@ void PumpTest::damagedRecordIsAnError()
 
 void PumpTest::damagedRecordLeavesTheConnectionToTheHost()
 {
-    Connection connection;
+    BareConnection connection;
     QVERIFY(connection.settled);
     EnginePeer& peer = *connection.server.peer;
     peer.write("good");
@@ -365,7 +365,7 @@ void PumpTest::damagedRecordLeavesTheConnectionToTheHost()
 
 void PumpTest::closeNotifyEndsTheConnectionWithoutError()
 {
-    Connection connection;
+    BareConnection connection;
     QVERIFY(connection.settled);
     connection.server.peer->sendCloseNotify();
     QTRY_VERIFY(connection.log.contains(QStringLiteral("disconnected")));
@@ -380,7 +380,7 @@ void PumpTest::closeNotifyEndsTheConnectionWithoutError()
 
 void PumpTest::dataBeforeTheCloseNotifyIsDelivered()
 {
-    Connection connection;
+    BareConnection connection;
     QVERIFY(connection.settled);
     EnginePeer& peer = *connection.server.peer;
     peer.hold(true);
@@ -394,7 +394,7 @@ void PumpTest::dataBeforeTheCloseNotifyIsDelivered()
 // The request and data behind it in one batch: OpenSSL stops reading after the request.
 void PumpTest::renegotiationDoesNotHoldDataBack()
 {
-    Connection connection(atMostTls12());
+    BareConnection connection(atMostTls12());
     QVERIFY(connection.settled);
     EnginePeer& peer = *connection.server.peer;
     peer.hold(true);
@@ -436,7 +436,7 @@ void PumpTest::unknownModeStartsNoHandshake()
 
 void PumpTest::readDataMovesWhatFits()
 {
-    Connection connection;
+    BareConnection connection;
     QVERIFY(connection.settled);
     connection.server.peer->write(QByteArray(5000, 'a') + QByteArray(5000, 'b'));
     QTRY_COMPARE(connection.client.bytesAvailable(), 10000);
@@ -472,7 +472,7 @@ void PumpTest::readLineDataFollowsTheRingBuffer()
     QFETCH(int, max);
     QFETCH(int, result);
     QFETCH(QByteArray, data);
-    Connection connection;
+    BareConnection connection;
     QVERIFY(connection.settled);
     connection.server.peer->write(content);
     QTRY_COMPARE(connection.client.bytesAvailable(), content.size());
@@ -483,7 +483,7 @@ void PumpTest::readLineDataFollowsTheRingBuffer()
 
 void PumpTest::linesAreReadWithTheDevice()
 {
-    Connection connection;
+    BareConnection connection;
     QVERIFY(connection.settled);
     connection.server.peer->write("first\nsecond\nthird");
     QTRY_COMPARE(connection.client.bytesAvailable(), 18);
@@ -498,7 +498,7 @@ void PumpTest::linesAreReadWithTheDevice()
 
 void PumpTest::bytesAvailableCountsTheDevicesBuffer()
 {
-    Connection connection;
+    BareConnection connection;
     QVERIFY(connection.settled);
     connection.server.peer->write("0123456789");
     QTRY_COMPARE(connection.client.bytesAvailable(), 10);
@@ -511,7 +511,7 @@ void PumpTest::bytesAvailableCountsTheDevicesBuffer()
 
 void PumpTest::canReadLineOverlooksTheDevicesBuffer()
 {
-    Connection connection;
+    BareConnection connection;
     QVERIFY(connection.settled);
     connection.server.peer->write("a line\n");
     QTRY_VERIFY(connection.client.canReadLine());
@@ -523,7 +523,7 @@ void PumpTest::canReadLineOverlooksTheDevicesBuffer()
 
 void PumpTest::atEndSeesTheReadBuffer()
 {
-    Connection connection;
+    BareConnection connection;
     QVERIFY(connection.settled);
     QVERIFY(connection.client.atEnd());
     connection.server.peer->write("x");
@@ -534,7 +534,7 @@ void PumpTest::atEndSeesTheReadBuffer()
 
 void PumpTest::waitForReadyReadWithNegativeTimePolls()
 {
-    Connection connection;
+    BareConnection connection;
     QVERIFY(connection.settled);
     QElapsedTimer timer;
     timer.start();
@@ -547,7 +547,7 @@ void PumpTest::waitForReadyReadWithNegativeTimePolls()
 
 void PumpTest::waitForReadyReadReturnsWhenDataArrived()
 {
-    Connection connection;
+    BareConnection connection;
     QVERIFY(connection.settled);
     connection.server.peer->write(QByteArray(10000, 'x'));
     QVERIFY(connection.server.peer->transport()->flush());
@@ -558,7 +558,7 @@ void PumpTest::waitForReadyReadReturnsWhenDataArrived()
 
 void PumpTest::waitForReadyReadSendsWhatIsPending()
 {
-    Connection connection;
+    BareConnection connection;
     QVERIFY(connection.settled);
     connection.client.write("question");
     connection.client.waitForReadyRead(0);
@@ -567,7 +567,7 @@ void PumpTest::waitForReadyReadSendsWhatIsPending()
 
 void PumpTest::waitForReadyReadTimesOut()
 {
-    Connection connection;
+    BareConnection connection;
     QVERIFY(connection.settled);
     QElapsedTimer timer;
     timer.start();
@@ -580,7 +580,7 @@ void PumpTest::waitForReadyReadTimesOut()
 
 void PumpTest::waitForReadyReadIgnoresTrafficWithoutData()
 {
-    Connection connection;
+    BareConnection connection;
     QVERIFY(connection.settled);
     EnginePeer& peer = *connection.server.peer;
     peer.hold(true);
@@ -597,7 +597,7 @@ void PumpTest::waitForReadyReadIgnoresTrafficWithoutData()
 
 void PumpTest::waitForReadyReadWorksInsideReadyRead()
 {
-    Connection connection;
+    BareConnection connection;
     QVERIFY(connection.settled);
     bool waited = false;
     bool first = true;
@@ -617,7 +617,7 @@ void PumpTest::waitForReadyReadWorksInsideReadyRead()
 
 void PumpTest::waitForBytesWrittenEncryptsFirst()
 {
-    Connection connection;
+    BareConnection connection;
     QVERIFY(connection.settled);
     connection.client.write("urgent");
     QVERIFY(connection.client.waitForBytesWritten(5000));
@@ -630,7 +630,7 @@ void PumpTest::bulkDataArrivesWholeBothWays()
 {
     constexpr int PIECE = 70001;
     constexpr int PIECES = 60;
-    Connection connection;
+    BareConnection connection;
     QVERIFY(connection.settled);
     QByteArray sent;
     QByteArray received;
@@ -651,7 +651,7 @@ void PumpTest::bulkDataArrivesWholeBothWays()
 // More than the engine is handed at a time, all there before the first byte is read.
 void PumpTest::backlogIsDecryptedWhole()
 {
-    Connection connection;
+    BareConnection connection;
     QVERIFY(connection.settled);
     EnginePeer& peer = *connection.server.peer;
     peer.hold(true);

@@ -60,6 +60,12 @@ private:
 
 } // namespace
 
+class WinCertStoreChangesTest;
+// By a name of its own: the full one has a reference in it, and Qt's debug builds insist on having
+// that spelt in another way.
+using ChangeAction = std::function<void(const WinCertStoreChangesTest&)>;
+Q_DECLARE_METATYPE(ChangeAction)
+
 class WinCertStoreChangesTest : public QObject
 {
     Q_OBJECT
@@ -75,8 +81,6 @@ private Q_SLOTS:
     void everyStoreIsTold();
 
 private:
-    using Action = std::function<void(const WinCertStoreChangesTest&)>;
-
     QString directory() const { return m_roots->path(QStringLiteral("certs")); }
     QString inDirectory(const QString& name) const { return directory() + QLatin1Char('/') + name; }
     void replaceLink(const QString& target) const;
@@ -91,8 +95,6 @@ private:
     std::unique_ptr<TrustedRoots> m_roots;
     std::unique_ptr<WinCertStore> m_store;
 };
-
-Q_DECLARE_METATYPE(std::function<void(const WinCertStoreChangesTest&)>)
 
 void WinCertStoreChangesTest::initTestCase()
 {
@@ -146,15 +148,15 @@ void WinCertStoreChangesTest::rewriteInParts(const QString& path, const QByteArr
 
 void WinCertStoreChangesTest::changeReachesTheStore_data()
 {
-    QTest::addColumn<Action>("prepare");
-    QTest::addColumn<Action>("change");
+    QTest::addColumn<ChangeAction>("prepare");
+    QTest::addColumn<ChangeAction>("change");
     QTest::addColumn<bool>("isTrusted");
     using Test = WinCertStoreChangesTest;
-    const Action nothing = [](const Test&) {};
-    const auto row = [](const char* name, const Action& prepare, const Action& change,
+    const ChangeAction nothing = [](const Test&) {};
+    const auto row = [](const char* name, const ChangeAction& prepare, const ChangeAction& change,
                         bool isTrusted) { QTest::newRow(name) << prepare << change << isTrusted; };
-    const Action trust = [](const Test& test) { test.m_roots->setBundle(test.m_pem); };
-    const Action addFile = [](const Test& test) {
+    const ChangeAction trust = [](const Test& test) { test.m_roots->setBundle(test.m_pem); };
+    const ChangeAction addFile = [](const Test& test) {
         writeFile(test.inDirectory(QStringLiteral("root.pem")), test.m_pem);
     };
 
@@ -243,8 +245,8 @@ void WinCertStoreChangesTest::changeReachesTheStore_data()
 
 void WinCertStoreChangesTest::changeReachesTheStore()
 {
-    QFETCH(Action, prepare);
-    QFETCH(Action, change);
+    QFETCH(ChangeAction, prepare);
+    QFETCH(ChangeAction, change);
     QFETCH(bool, isTrusted);
     prepare(*this);
     m_store = std::make_unique<WinCertStore>(nullptr);
