@@ -110,14 +110,20 @@ void SetupDetailsTest::identityIsLoadedBeforeAuthorities()
 void SetupDetailsTest::serverLoadsTheDefaultAuthorities_data()
 {
     QTest::addColumn<QByteArray>("variable");
-    QTest::newRow("a file") << QByteArray(X509_get_default_cert_file_env());
-    QTest::newRow("a directory") << QByteArray(X509_get_default_cert_dir_env());
+    QTest::addColumn<QString>("before");
+    const QByteArray directory = X509_get_default_cert_dir_env();
+    QTest::newRow("a file") << QByteArray(X509_get_default_cert_file_env()) << QString();
+    QTest::newRow("a directory") << directory << QString();
+    QTest::newRow("the second directory of two")
+        << directory << QStringLiteral("/does/not/exist") + QDir::listSeparator();
 }
 
 void SetupDetailsTest::serverLoadsTheDefaultAuthorities()
 {
     QFETCH(QByteArray, variable);
-    const test::Authority authority(QStringLiteral("By default in ") + QLatin1String(variable));
+    QFETCH(QString, before);
+    const test::Authority authority(QStringLiteral("By default in ")
+                                    + QLatin1String(QTest::currentDataTag()));
     const bool isFile = variable == X509_get_default_cert_file_env();
     const unsigned long hash = X509_subject_name_hash(authority.root.x509());
     authority.directory.write(QStringLiteral("%1.0").arg(hash, 8, 16, QLatin1Char('0')),
@@ -126,7 +132,8 @@ void SetupDetailsTest::serverLoadsTheDefaultAuthorities()
     test::TlsServer unknown(identity);
     QCOMPARE(int(Verdict(unknown).result), int(vela::VerifyFailed));
     test::TlsServer server(identity); // Another, with which there is no session yet.
-    qputenv(variable, QFile::encodeName(isFile ? authority.caFile : authority.directory.path()));
+    const QString place = isFile ? authority.caFile : authority.directory.path();
+    qputenv(variable, QFile::encodeName(before + place));
     // The server's set-up comes before the client judges.
     const Verdict verdict(server);
     qunsetenv(variable);
