@@ -105,6 +105,7 @@ private Q_SLOTS:
     void waitInReadyReadFindsTheRestOfTheRecord();
     void waitInReadyReadFindsWhatTheInnerSocketHolds();
     void waitInTheErrorOfTlsDoesNotRepeatIt();
+    void waitsInReadyReadDoNotNest();
 };
 
 // The greeting follows the end of the handshake at once.
@@ -349,6 +350,29 @@ void WaitingTest::waitInTheErrorOfTlsDoesNotRepeatIt()
     QTRY_VERIFY(connection.log.contains(QStringLiteral("error -1")));
     test::settle();
     QCOMPARE(count(connection.log, "error -1"), 1);
+}
+
+// As with QTcpSocket, whose readyRead() is not emitted within its slots. The stack is not without
+// end, and each record of a large message would take its share of it.
+void WaitingTest::waitsInReadyReadDoNotNest()
+{
+    constexpr int SIZE = 500000;
+    BareConnection connection;
+    QVERIFY(connection.settled);
+    SslSocket& client = connection.client;
+    int depth = 0;
+    int deepest = 0;
+    bool timedOut = false;
+    connect(&client, &QIODevice::readyRead, this, [&] {
+        deepest = std::max(deepest, ++depth);
+        while (client.bytesAvailable() < SIZE && !timedOut)
+            timedOut = !client.waitForReadyRead(LONG_MSECS);
+        --depth;
+    });
+    connection.peer().write(QByteArray(SIZE, 'x'));
+    QTRY_COMPARE(client.bytesAvailable(), SIZE);
+    QVERIFY(!timedOut);
+    QCOMPARE(deepest, 1);
 }
 
 QTEST_GUILESS_MAIN(WaitingTest)
