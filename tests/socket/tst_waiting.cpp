@@ -106,6 +106,8 @@ private Q_SLOTS:
     void waitInReadyReadFindsWhatTheInnerSocketHolds();
     void waitInTheErrorOfTlsDoesNotRepeatIt();
     void waitsInReadyReadDoNotNest();
+    void waitsInTheErrorOfTlsDoNotNest_data();
+    void waitsInTheErrorOfTlsDoNotNest();
 };
 
 // The greeting follows the end of the handshake at once.
@@ -372,6 +374,42 @@ void WaitingTest::waitsInReadyReadDoNotNest()
     connection.peer().write(QByteArray(SIZE, 'x'));
     QTRY_COMPARE(client.bytesAvailable(), SIZE);
     QVERIFY(!timedOut);
+    QCOMPARE(deepest, 1);
+}
+
+void WaitingTest::waitsInTheErrorOfTlsDoNotNest_data()
+{
+    QTest::addColumn<bool>("secured");
+    QTest::newRow("in the handshake") << false;
+    QTest::newRow("afterwards") << true;
+}
+
+// A peer that goes on sending must not fill the stack of a host that waits there.
+void WaitingTest::waitsInTheErrorOfTlsDoNotNest()
+{
+    QFETCH(bool, secured);
+    const QByteArray garbage(500000, 'z');
+    BareServer bareServer(test::makeIdentity(test::CertificateSpec()));
+    QTcpServer listener;
+    test::listenOnFreshPort(&listener);
+    connect(&listener, &QTcpServer::newConnection, this,
+            [&] { listener.nextPendingConnection()->write(garbage); });
+    SslSocket client(SslSocket::Client);
+    int depth = 0;
+    int deepest = 0;
+    connect(&client, &QAbstractSocket::errorOccurred, this, [&] {
+        deepest = std::max(deepest, ++depth);
+        client.waitForReadyRead(0);
+        --depth;
+    });
+    client.connectToHost(LOCALHOST, secured ? bareServer.serverPort() : listener.serverPort());
+    if (secured) {
+        QTRY_VERIFY(bareServer.peer && bareServer.peer->isHandshakeDone());
+        QTRY_COMPARE(client.state(), QAbstractSocket::ConnectedState);
+        bareServer.peer->transport()->write(garbage);
+    }
+    QTRY_VERIFY(deepest > 0);
+    test::settle();
     QCOMPARE(deepest, 1);
 }
 
