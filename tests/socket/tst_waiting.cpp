@@ -108,6 +108,9 @@ private Q_SLOTS:
     void waitsInReadyReadDoNotNest();
     void waitsInTheErrorOfTlsDoNotNest_data();
     void waitsInTheErrorOfTlsDoNotNest();
+    void failureEndsAWaitForSending();
+    void waitForSendingAfterAFailureReturnsAtOnce_data();
+    void waitForSendingAfterAFailureReturnsAtOnce();
 };
 
 // The greeting follows the end of the handshake at once.
@@ -411,6 +414,50 @@ void WaitingTest::waitsInTheErrorOfTlsDoNotNest()
     QTRY_VERIFY(deepest > 0);
     test::settle();
     QCOMPARE(deepest, 1);
+}
+
+// The alert is flushed while Qt waits, and with it all that there is to be waited for.
+void WaitingTest::failureEndsAWaitForSending()
+{
+    BareConnection connection;
+    QVERIFY(connection.settled);
+    SslSocket& client = connection.client;
+    client.write("request");
+    QCoreApplication::sendPostedEvents(&client);
+    connection.peer().transport()->write(QByteArray("\x17\x03\x03\x00\x05never", 10));
+    sendNow(connection.peer().transport());
+    for (int round = 0; round < 5 && count(connection.log, "error -1") == 0; ++round) {
+        QElapsedTimer timer;
+        timer.start();
+        client.waitForBytesWritten(LONG_MSECS);
+        QVERIFY2(timer.elapsed() < SHORT_MSECS, qPrintable(connection.log.join(u' ')));
+        client.write("more");
+    }
+    QCOMPARE(count(connection.log, "error -1"), 1);
+    QCOMPARE(count(connection.log, "error"), 1);
+}
+
+void WaitingTest::waitForSendingAfterAFailureReturnsAtOnce_data()
+{
+    QTest::addColumn<ulong>("options");
+    QTest::newRow("newest version") << 0UL;
+    QTest::newRow("TLS 1.2") << atMostTls12();
+}
+
+// There are engines that take nothing any more then, and nothing from the peer would change that.
+void WaitingTest::waitForSendingAfterAFailureReturnsAtOnce()
+{
+    QFETCH(ulong, options);
+    BareConnection connection(options);
+    QVERIFY(connection.settled);
+    connection.peer().transport()->write(QByteArray("\x17\x03\x03\x00\x05never", 10));
+    QTRY_COMPARE(count(connection.log, "error -1"), 1);
+    connection.client.write("nobody reads this");
+    QElapsedTimer timer;
+    timer.start();
+    connection.client.waitForBytesWritten(LONG_MSECS);
+    QVERIFY2(timer.elapsed() < SHORT_MSECS, qPrintable(connection.log.join(u' ')));
+    QCOMPARE(count(connection.log, "error 5"), 0);
 }
 
 QTEST_GUILESS_MAIN(WaitingTest)
