@@ -111,6 +111,7 @@ private Q_SLOTS:
     void failureEndsAWaitForSending();
     void waitForSendingAfterAFailureReturnsAtOnce_data();
     void waitForSendingAfterAFailureReturnsAtOnce();
+    void handshakeStepInTheErrorOfTlsIsNotEndless();
 };
 
 // The greeting follows the end of the handshake at once.
@@ -458,6 +459,25 @@ void WaitingTest::waitForSendingAfterAFailureReturnsAtOnce()
     connection.client.waitForBytesWritten(LONG_MSECS);
     QVERIFY2(timer.elapsed() < SHORT_MSECS, qPrintable(connection.log.join(u' ')));
     QCOMPARE(count(connection.log, "error 5"), 0);
+}
+
+// A host that takes the slot for a way to try once more.
+void WaitingTest::handshakeStepInTheErrorOfTlsIsNotEndless()
+{
+    QTcpServer listener;
+    test::listenOnFreshPort(&listener);
+    connect(&listener, &QTcpServer::newConnection, this,
+            [&] { listener.nextPendingConnection()->write(QByteArray(100, 'z')); });
+    SslSocket client(SslSocket::Client);
+    int errors = 0;
+    connect(&client, &QAbstractSocket::errorOccurred, this, [&] {
+        if (++errors < 100)
+            client.sslConnect();
+    });
+    client.connectToHost(LOCALHOST, listener.serverPort());
+    QTRY_VERIFY(errors > 0);
+    test::settle();
+    QVERIFY2(errors < 5, qPrintable(QString::number(errors)));
 }
 
 QTEST_GUILESS_MAIN(WaitingTest)
