@@ -71,6 +71,7 @@ private Q_SLOTS:
     void connectionGivenUpAtOnceIsNotServed();
     void failedSetUpIsReportedOnce();
     void adoptionInDisconnectedIsServed();
+    void adoptedConnectionBeginsWithoutOldPlaintext();
 };
 
 void AdoptionTest::helloThatWasReadBeforeIsAnswered()
@@ -200,6 +201,28 @@ void AdoptionTest::adoptionInDisconnectedIsServed()
     QTRY_COMPARE(client.transport->state(), QAbstractSocket::UnconnectedState);
     client.socket.connectToHost(QStringLiteral("localhost"), listener.serverPort());
     QCOMPARE(client.socket.socket(), client.transport);
+}
+
+// Qt reads ahead for hosts that read little at a time.
+void AdoptionTest::adoptedConnectionBeginsWithoutOldPlaintext()
+{
+    test::BareConnection connection;
+    QVERIFY(connection.settled);
+    SslSocket& client = connection.client;
+    connection.peer().write("0123456789");
+    QTRY_COMPARE(client.bytesAvailable(), 10);
+    QCOMPARE(client.read(1), QByteArray("0"));
+    auto* transport = new QTcpSocket;
+    transport->connectToHost(QHostAddress::LocalHost, connection.server.serverPort());
+    QTRY_COMPARE(transport->state(), QAbstractSocket::ConnectedState);
+    client.disconnectFromHost();
+    client.setSocket(transport);
+    client.sslConnect();
+    QTRY_VERIFY(connection.log.contains(QStringLiteral("connected")));
+    QTRY_VERIFY(connection.peer().isHandshakeDone());
+    connection.peer().write("new");
+    QTRY_VERIFY(connection.log.last().startsWith(QStringLiteral("readyRead")));
+    QCOMPARE(client.readAll(), QByteArray("new"));
 }
 
 QTEST_GUILESS_MAIN(AdoptionTest)

@@ -108,6 +108,9 @@ private Q_SLOTS:
     void unbufferedSocketExchangesData();
     void unbufferedSocketWaitsInReadyRead();
     void unbufferedSocketMayBeUsedAgainInItsEnd();
+    void unbufferedSocketHearsOfAnEndDuringAnEventLoopInReadyRead();
+    void unbufferedSocketIsDisconnectedWhenItsHostEndsItInTheError_data();
+    void unbufferedSocketIsDisconnectedWhenItsHostEndsItInTheError();
     void skipFindsNoNetworkConnection();
     void skippingWorksInATransaction();
     void readingInsteadOfSkippingWorks();
@@ -203,6 +206,52 @@ void DeviceModesTest::unbufferedSocketMayBeUsedAgainInItsEnd()
 }
 
 // Qt's skip() asks the device itself for its connection; the documentation names the other ways.
+void DeviceModesTest::unbufferedSocketHearsOfAnEndDuringAnEventLoopInReadyRead()
+{
+    ModeConnection connection(Way::Direct, QIODevice::ReadWrite | QIODevice::Unbuffered);
+    QVERIFY(connection.connects());
+    bool first = true;
+    connect(&connection.socket(), &QIODevice::readyRead, this, [&] {
+        if (!std::exchange(first, false))
+            return;
+        connection.peer().hangUp();
+        test::waitFor([] { return false; }, 100);
+    });
+    connection.log.clear();
+    connection.peer().write("data");
+    QTRY_VERIFY2(connection.log.contains(QStringLiteral("disconnected")),
+                 qPrintable(connection.log.join(u' ')));
+}
+
+void DeviceModesTest::unbufferedSocketIsDisconnectedWhenItsHostEndsItInTheError_data()
+{
+    QTest::addColumn<bool>("unbuffered");
+    QTest::addColumn<bool>("closing");
+    QTest::newRow("buffered, close") << false << true;
+    QTest::newRow("buffered, disconnectFromHost") << false << false;
+    QTest::newRow("unbuffered, close") << true << true;
+    QTest::newRow("unbuffered, disconnectFromHost") << true << false;
+}
+
+void DeviceModesTest::unbufferedSocketIsDisconnectedWhenItsHostEndsItInTheError()
+{
+    QFETCH(bool, unbuffered);
+    QFETCH(bool, closing);
+    QIODevice::OpenMode mode = QIODevice::ReadWrite;
+    mode.setFlag(QIODevice::Unbuffered, unbuffered);
+    ModeConnection connection(Way::Direct, mode);
+    QVERIFY(connection.connects());
+    SslSocket& socket = connection.socket();
+    connect(&socket, &QAbstractSocket::errorOccurred, this,
+            [&] { closing ? socket.close() : socket.disconnectFromHost(); });
+    connection.log.clear();
+    connection.peer().hangUp();
+    QTRY_VERIFY(connection.log.contains(QStringLiteral("state Unconnected")));
+    test::settle();
+    QVERIFY2(connection.log.count(QStringLiteral("disconnected")) == 1,
+             qPrintable(connection.log.join(u' ')));
+}
+
 void DeviceModesTest::skipFindsNoNetworkConnection()
 {
     BareConnection connection;

@@ -77,6 +77,7 @@ private Q_SLOTS:
     void alertOfADamagedRecordReachesThePeer_data();
     void alertOfADamagedRecordReachesThePeer();
     void failureIsReportedWhenTheAlertCannotBeSent();
+    void nothingIsReportedToAHostThatHasClosed();
     void deviceIsClosedAfterClose_data();
     void deviceIsClosedAfterClose();
     void deviceStaysOpenForAConnectionBegunWhileClosing_data();
@@ -250,6 +251,37 @@ void EndingsTest::failureIsReportedWhenTheAlertCannotBeSent()
     QTRY_VERIFY(connection.log.contains(QStringLiteral("disconnected")));
     QVERIFY2(texts.filter(QStringLiteral("Failed to read from SSL, error:")).size() == 1,
              qPrintable(texts.join(u'\n')));
+}
+
+// The alert meets a connection that the peer has reset, whose end is told, and closed upon, first.
+void EndingsTest::nothingIsReportedToAHostThatHasClosed()
+{
+    BareConnection connection;
+    QVERIFY(connection.settled);
+    SslSocket& client = connection.client;
+    QTcpSocket* transport = connection.peer().transport();
+    QStringList afterwards;
+    bool closed = false;
+    connect(&client, &QAbstractSocket::errorOccurred, this, [&] {
+        if (closed)
+            afterwards.append(client.errorString());
+    });
+    connect(&client, &QAbstractSocket::disconnected, this, [&] {
+        client.close();
+        closed = true;
+    });
+    // What the peer has not read when it closes makes the system reset the connection.
+    transport->blockSignals(true);
+    transport->setReadBufferSize(1);
+    client.write(QByteArray(200000, 'x'));
+    QCoreApplication::sendPostedEvents(&client);
+    test::sendNow(client.socket());
+    transport->write(QByteArray("\x17\x03\x03\x00\x05never", 10));
+    test::sendNow(transport);
+    transport->abort();
+    QTRY_VERIFY(closed);
+    test::settle();
+    QVERIFY2(afterwards.isEmpty(), qPrintable(afterwards.join(u'\n')));
 }
 
 void EndingsTest::deviceIsClosedAfterClose_data()

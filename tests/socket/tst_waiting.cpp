@@ -105,6 +105,13 @@ private Q_SLOTS:
     void waitInReadyReadFindsTheRestOfTheRecord();
     void waitInReadyReadFindsWhatTheInnerSocketHolds();
     void waitInTheErrorOfTlsDoesNotRepeatIt();
+    void waitsInReadyReadDoNotNest();
+    void waitsInTheErrorOfTlsDoNotNest_data();
+    void waitsInTheErrorOfTlsDoNotNest();
+    void failureEndsAWaitForSending();
+    void waitForSendingAfterAFailureReturnsAtOnce_data();
+    void waitForSendingAfterAFailureReturnsAtOnce();
+    void handshakeStepInTheErrorOfTlsIsNotEndless();
 };
 
 // The greeting follows the end of the handshake at once.
@@ -349,6 +356,131 @@ void WaitingTest::waitInTheErrorOfTlsDoesNotRepeatIt()
     QTRY_VERIFY(connection.log.contains(QStringLiteral("error -1")));
     test::settle();
     QCOMPARE(count(connection.log, "error -1"), 1);
+}
+
+// As with QTcpSocket, whose readyRead() is not emitted within its slots. The stack is not without
+// end, and each record of a large message would take its share of it.
+void WaitingTest::waitsInReadyReadDoNotNest()
+{
+    constexpr int SIZE = 500000;
+    BareConnection connection;
+    QVERIFY(connection.settled);
+    SslSocket& client = connection.client;
+    int depth = 0;
+    int deepest = 0;
+    bool timedOut = false;
+    connect(&client, &QIODevice::readyRead, this, [&] {
+        deepest = std::max(deepest, ++depth);
+        while (client.bytesAvailable() < SIZE && !timedOut)
+            timedOut = !client.waitForReadyRead(LONG_MSECS);
+        --depth;
+    });
+    connection.peer().write(QByteArray(SIZE, 'x'));
+    QTRY_COMPARE(client.bytesAvailable(), SIZE);
+    QVERIFY(!timedOut);
+    QCOMPARE(deepest, 1);
+}
+
+void WaitingTest::waitsInTheErrorOfTlsDoNotNest_data()
+{
+    QTest::addColumn<bool>("secured");
+    QTest::newRow("in the handshake") << false;
+    QTest::newRow("afterwards") << true;
+}
+
+// A peer that goes on sending must not fill the stack of a host that waits there.
+void WaitingTest::waitsInTheErrorOfTlsDoNotNest()
+{
+    QFETCH(bool, secured);
+    const QByteArray garbage(500000, 'z');
+    BareServer bareServer(test::makeIdentity(test::CertificateSpec()));
+    QTcpServer listener;
+    test::listenOnFreshPort(&listener);
+    connect(&listener, &QTcpServer::newConnection, this,
+            [&] { listener.nextPendingConnection()->write(garbage); });
+    SslSocket client(SslSocket::Client);
+    int depth = 0;
+    int deepest = 0;
+    connect(&client, &QAbstractSocket::errorOccurred, this,
+            [&](QAbstractSocket::SocketError error) {
+                if (error != QAbstractSocket::UnknownSocketError)
+                    return; // The wait has timed out.
+                deepest = std::max(deepest, ++depth);
+                client.waitForReadyRead(1);
+                --depth;
+            });
+    client.connectToHost(LOCALHOST, secured ? bareServer.serverPort() : listener.serverPort());
+    if (secured) {
+        QTRY_VERIFY(bareServer.peer && bareServer.peer->isHandshakeDone());
+        QTRY_COMPARE(client.state(), QAbstractSocket::ConnectedState);
+        bareServer.peer->transport()->write(garbage);
+    }
+    QTRY_VERIFY(deepest > 0);
+    test::settle();
+    QCOMPARE(deepest, 1);
+}
+
+// The alert is flushed while Qt waits, and with it all that there is to be waited for.
+void WaitingTest::failureEndsAWaitForSending()
+{
+    BareConnection connection;
+    QVERIFY(connection.settled);
+    SslSocket& client = connection.client;
+    client.write("request");
+    QCoreApplication::sendPostedEvents(&client);
+    connection.peer().transport()->write(QByteArray("\x17\x03\x03\x00\x05never", 10));
+    sendNow(connection.peer().transport());
+    for (int round = 0; round < 5 && count(connection.log, "error -1") == 0; ++round) {
+        QElapsedTimer timer;
+        timer.start();
+        client.waitForBytesWritten(LONG_MSECS);
+        QVERIFY2(timer.elapsed() < SHORT_MSECS, qPrintable(connection.log.join(u' ')));
+        client.write("more");
+    }
+    QCOMPARE(count(connection.log, "error -1"), 1);
+    QCOMPARE(count(connection.log, "error"), 1);
+}
+
+void WaitingTest::waitForSendingAfterAFailureReturnsAtOnce_data()
+{
+    QTest::addColumn<ulong>("options");
+    QTest::newRow("newest version") << 0UL;
+    QTest::newRow("TLS 1.2") << atMostTls12();
+}
+
+// There are engines that take nothing any more then, and nothing from the peer would change that.
+void WaitingTest::waitForSendingAfterAFailureReturnsAtOnce()
+{
+    QFETCH(ulong, options);
+    BareConnection connection(options);
+    QVERIFY(connection.settled);
+    connection.peer().transport()->write(QByteArray("\x17\x03\x03\x00\x05never", 10));
+    QTRY_COMPARE(count(connection.log, "error -1"), 1);
+    connection.client.write("nobody reads this");
+    QElapsedTimer timer;
+    timer.start();
+    connection.client.waitForBytesWritten(LONG_MSECS);
+    QVERIFY2(timer.elapsed() < SHORT_MSECS, qPrintable(connection.log.join(u' ')));
+    QCOMPARE(count(connection.log, "error 5"), 0);
+}
+
+// A host that takes the slot for a way to try once more.
+void WaitingTest::handshakeStepInTheErrorOfTlsIsNotEndless()
+{
+    QTcpServer listener;
+    test::listenOnFreshPort(&listener);
+    connect(&listener, &QTcpServer::newConnection, this,
+            [&] { listener.nextPendingConnection()->write(QByteArray(100, 'z')); });
+    SslSocket client(SslSocket::Client);
+    int errors = 0;
+    connect(&client, &QAbstractSocket::errorOccurred, this, [&] {
+        if (++errors < 100)
+            client.sslConnect();
+    });
+    client.connectToHost(LOCALHOST, listener.serverPort());
+    QTRY_VERIFY(errors > 0);
+    test::settle();
+    QVERIFY2(errors < 5, qPrintable(QString::number(errors)));
 }
 
 QTEST_GUILESS_MAIN(WaitingTest)
