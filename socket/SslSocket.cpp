@@ -134,6 +134,7 @@ void SslSocket::setSocket(QTcpSocket* socket)
     if (socket != d->socket)
         d->releaseTransport();
     d->attach(socket, false);
+    d->dropBufferedInput();
     setOpenMode(socket->openMode());
     if (socket->isTextModeEnabled())
         socket->setTextModeEnabled(false); // It is the frame's alone now.
@@ -201,7 +202,9 @@ void SslSocketPrivate::reset()
     established = false;
     connectedDue = false;
     engineFailed = false;
-    activeAnnouncements = 0;
+    announcing = false;
+    announcementsDue = 0;
+    reportingFailure = false;
     sslInitialised = false;
     writeScheduled = false;
     dataRead = false;
@@ -215,14 +218,30 @@ void SslSocketPrivate::fail(const QString& text)
 
 void SslSocketPrivate::failEngine(const QString& text)
 {
+    engineFailed = true;
+    if (reportingFailure)
+        return;
     // Hosts close the socket when they hear of it, and then nothing would leave any more.
     const SessionGuard guard(this);
-    engineFailed = true;
+    const bool wasOpen = q->isOpen();
     flushEngine();
     if (guard.holds() && transportState() == QAbstractSocket::ConnectedState)
         socket->flush();
+    // A host that was told that the peer has gone may have closed the socket already.
+    if (!guard.holds() || q->isOpen() != wasOpen)
+        return;
+    reportingFailure = true;
+    fail(text);
     if (guard.holds())
-        fail(text);
+        reportingFailure = false;
+}
+
+void SslSocketPrivate::dropBufferedInput()
+{
+    if (q->isTransactionStarted())
+        q->commitTransaction();
+    while (q->isReadable() && q->QIODevice::bytesAvailable() > 0)
+        q->QIODevice::read(q->QIODevice::bytesAvailable());
 }
 
 void SslSocketPrivate::emitError(QAbstractSocket::SocketError error)

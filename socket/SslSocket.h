@@ -50,10 +50,10 @@ class SslSocketPrivate;
     failures carry the inner socket's code and text; TLS failures carry `UnknownSocketError` and one
     of the texts quoted with the operations below. A "%1" in these texts is OpenSSL's own
     description of the first thing that went wrong. What the engine has to tell the peer, an alert
-    for the most part, has been sent when the failure is reported. After a TLS failure the connection
-    still stands, and a handshake that fails while data is read is reported twice ("SSL error: %1",
-    then "Failed to read from SSL, %1"): close or abort the socket in the first one. Texts go
-    through tr().
+    for the most part, has been sent when the failure is reported. After a TLS failure the
+   connection still stands, and a handshake that fails while data is read is reported twice ("SSL
+   error: %1", then "Failed to read from SSL, %1"): close or abort the socket in the first one.
+   Texts go through tr().
 
     \section threads Threads
     A socket belongs to one thread, its own; connectToHost() and disconnectFromHost() may be called
@@ -63,7 +63,8 @@ class SslSocketPrivate;
     \section slots Slots may do anything
     Within any signal a host may close, abort, disconnect, connect again, write, wait, call
     deleteLater(), or delete the socket, and do so from an event loop that it runs there, a dialog
-    for instance.
+    for instance. readyRead() is not emitted within its own slots: pieces that a wait has decrypted
+    there are announced, one by one, when the slot has returned.
 
     Most signals come while the inner socket announces new data: readyRead(), connected(),
     connectionVerificationDone() and the errors of TLS. As in readyRead() of any `QTcpSocket`, it

@@ -67,13 +67,13 @@ bool SslSocketPrivate::waitForPlaintext(int msecs)
     for (;;) {
         if (!writeBuffer.isEmpty())
             q->writeToSocket();
-        if (guard.holds() && hasUnreadInput())
+        if (guard.holds() && !engineFailed && hasUnreadInput())
             q->readFromSocket();
         if (!guard.holds())
             return false;
         if (dataRead)
             return true;
-        if (isBeingJudged() || peerSaidGoodbye() || !canWait(socket))
+        if (isBeingJudged() || engineFailed || peerSaidGoodbye() || !canWait(socket))
             return false;
         const qint64 left = std::max<qint64>(0, msecs - timer.elapsed());
         const bool arrived = socket->waitForReadyRead(static_cast<int>(left));
@@ -88,14 +88,13 @@ bool SslSocketPrivate::waitForPlaintext(int msecs)
 
 /*
     Inside one of its own readyRead() slots the inner socket keeps silent about new data; within
-    readyRead() of the frame the rest of a record or of a batch is still to be decrypted. An engine
-    that has failed would only do so once more.
+    readyRead() of the frame the rest of a record or of a batch is still to be decrypted.
 */
 bool SslSocketPrivate::hasUnreadInput() const
 {
     if (socket && socket->bytesAvailable() > 0)
         return true;
-    if (activeAnnouncements == 0 || engineFailed)
+    if (!announcing)
         return false;
     return SSL_pending(ssl) > 0 || BIO_pending(readBio) > 0
            || (socket && (socket->openMode() & QIODevice::Unbuffered));
@@ -113,7 +112,7 @@ bool SslSocket::waitForBytesWritten(int msecs)
     if (!d->writeBuffer.isEmpty())
         writeToSocket();
     // While the peer renegotiates, the engine takes nothing before it has the peer's answer.
-    while (guard.holds() && d->established && !d->writeBuffer.isEmpty()
+    while (guard.holds() && d->established && !d->engineFailed && !d->writeBuffer.isEmpty()
            && d->transportState() == ConnectedState && d->socket->bytesToWrite() == 0) {
         ++d->activeWaits;
         const bool arrived =

@@ -79,10 +79,12 @@ public:
     //! \name Moving bytes; each returns false when the connection is not to be touched any further
     //! \{
     bool takeCiphertext();
+    bool mayHoldMore() const;
     void relaySilentEnd();
     bool stepHandshake();
     bool announceConnected();
     bool decrypt();
+    bool announcePlaintext();
     bool finishDecryption(int result);
     void followGoodbye();
     bool encrypt();
@@ -102,8 +104,13 @@ public:
         when it returns.
     */
     void fail(const QString& text);
-    //! The same for a failure of the engine; the peer gets to know first what the engine says.
+    /*!
+        The same for a failure of the engine; the peer gets to know first what the engine says. A
+        failure that a slot brings about in the report of another one is not reported.
+    */
     void failEngine(const QString& text);
+    //! Drops what the device has buffered of an earlier connection.
+    void dropBufferedInput();
     void emitError(QAbstractSocket::SocketError error);
     void emitState(QAbstractSocket::SocketState state);
 
@@ -145,8 +152,14 @@ public:
     quint64 connections = 0;
     //! How many calls of readFromSocket() are active; slots may re-enter it.
     int activeReads = 0;
-    //! How many emissions of readyRead() are under way in this session.
-    int activeAnnouncements = 0;
+    //! An emission of readyRead() is under way in this session.
+    bool announcing = false;
+    //! How often readyRead() is still to be emitted.
+    int announcementsDue = 0;
+    //! A failure of the engine is being reported.
+    bool reportingFailure = false;
+    //! The last look into the inner socket has found something.
+    bool tookCiphertext = false;
     //! How many calls of waitForReadyRead() are active; slots may call it, too.
     int activeWaits = 0;
     //! Nothing waited to be sent when the outermost call of readFromSocket() began.

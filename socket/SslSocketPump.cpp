@@ -64,7 +64,7 @@ void SslSocket::readFromSocket()
     bool more = true;
     while (more) {
         more = d->takeCiphertext() && (d->established || d->stepHandshake()) && d->decrypt()
-               && d->socket->bytesAvailable() > 0;
+               && d->mayHoldMore();
         if (!guard.isAlive())
             return;
     }
@@ -91,6 +91,7 @@ void SslSocketPrivate::sendAnswer()
 
 bool SslSocketPrivate::takeCiphertext()
 {
+    tookCiphertext = false;
     if (!socket)
         return true;
     const bool wasConnected = socket->state() == QAbstractSocket::ConnectedState;
@@ -101,6 +102,7 @@ bool SslSocketPrivate::takeCiphertext()
     }
     if (batch.isEmpty())
         return true;
+    tookCiphertext = true;
     clearOpenSslErrors();
     if (readBio && BIO_write(readBio, batch.constData(), batch.size()) == batch.size())
         return true;
@@ -109,18 +111,30 @@ bool SslSocketPrivate::takeCiphertext()
 }
 
 /*
+    An unbuffered socket does not tell what the system holds for it.
+*/
+bool SslSocketPrivate::mayHoldMore() const
+{
+    return socket
+           && (socket->bytesAvailable() > 0
+               || (tookCiphertext && (socket->openMode() & QIODevice::Unbuffered)));
+}
+
+/*
     An unbuffered socket of Qt notices the end of its connection when it is read from, and tells
-    nobody.
+    nobody. The host may end the connection itself in the report, which changes nothing.
 */
 void SslSocketPrivate::relaySilentEnd()
 {
     const SessionGuard guard(this);
+    const quint64 connection = connections;
+    const auto isOver = [&] { return !guard.isAlive() || connections != connection; };
     q->handleSocketError(socket->error());
     for (const auto state : {QAbstractSocket::ClosingState, QAbstractSocket::UnconnectedState}) {
-        if (guard.holds() && q->isOpen())
+        if (!isOver() && q->state() != QAbstractSocket::UnconnectedState)
             q->handleStateChanged(state);
     }
-    if (guard.holds() && q->isOpen())
+    if (!isOver())
         Q_EMIT q->disconnected();
 }
 
@@ -182,14 +196,33 @@ bool SslSocketPrivate::decrypt()
         if (result < 1)
             break;
         std::memcpy(readBuffer.reserve(result), piece, static_cast<std::size_t>(result));
-        ++activeAnnouncements;
-        Q_EMIT q->readyRead();
-        if (!guard.holds())
+        if (!announcePlaintext())
             return false;
-        --activeAnnouncements;
         dataRead = true;
     }
     return finishDecryption(result);
+}
+
+/*
+    Emits readyRead() for the piece that was added last. Within one of its slots, where a wait may
+    have decrypted it, that is left to the emission that is under way: a host that waits there for a
+    large message would otherwise fill the stack.
+*/
+bool SslSocketPrivate::announcePlaintext()
+{
+    ++announcementsDue;
+    if (announcing)
+        return true;
+    const SessionGuard guard(this);
+    announcing = true;
+    while (announcementsDue > 0) {
+        --announcementsDue;
+        Q_EMIT q->readyRead();
+        if (!guard.holds())
+            return false;
+    }
+    announcing = false;
+    return true;
 }
 
 bool SslSocketPrivate::finishDecryption(int result)
@@ -246,6 +279,7 @@ bool SslSocketPrivate::encrypt()
         if (written < 1 && SSL_in_init(ssl) && isWaiting(SSL_get_error(ssl, written)))
             return true;
         if (written < 1) {
+            engineFailed = true;
             fail(SslSocket::tr("SSL error: %1").arg(takeOpenSslError()));
             return false;
         }

@@ -108,7 +108,6 @@ private Q_SLOTS:
     void waitsInReadyReadDoNotNest();
     void waitsInTheErrorOfTlsDoNotNest_data();
     void waitsInTheErrorOfTlsDoNotNest();
-    void failureEndsAWaitForSending();
     void waitForSendingAfterAFailureReturnsAtOnce_data();
     void waitForSendingAfterAFailureReturnsAtOnce();
     void handshakeStepInTheErrorOfTlsIsNotEndless();
@@ -418,27 +417,6 @@ void WaitingTest::waitsInTheErrorOfTlsDoNotNest()
     QTRY_VERIFY(deepest > 0);
     test::settle();
     QCOMPARE(deepest, 1);
-}
-
-// The alert is flushed while Qt waits, and with it all that there is to be waited for.
-void WaitingTest::failureEndsAWaitForSending()
-{
-    BareConnection connection;
-    QVERIFY(connection.settled);
-    SslSocket& client = connection.client;
-    client.write("request");
-    QCoreApplication::sendPostedEvents(&client);
-    connection.peer().transport()->write(QByteArray("\x17\x03\x03\x00\x05never", 10));
-    sendNow(connection.peer().transport());
-    for (int round = 0; round < 5 && count(connection.log, "error -1") == 0; ++round) {
-        QElapsedTimer timer;
-        timer.start();
-        client.waitForBytesWritten(LONG_MSECS);
-        QVERIFY2(timer.elapsed() < SHORT_MSECS, qPrintable(connection.log.join(u' ')));
-        client.write("more");
-    }
-    QCOMPARE(count(connection.log, "error -1"), 1);
-    QCOMPARE(count(connection.log, "error"), 1);
 }
 
 void WaitingTest::waitForSendingAfterAFailureReturnsAtOnce_data()
