@@ -77,6 +77,7 @@ PlannedCertificate::PlannedCertificate(const CertificatePlan& plan,
 {
     CertificateSpec spec;
     spec.commonName = plan.name;
+    spec.subject = plan.subject;
     spec.notBeforeOffset = plan.notBeforeOffset;
     spec.notAfterOffset = plan.notAfterOffset;
     spec.notAfterText = plan.notAfterText;

@@ -16,6 +16,8 @@ constexpr qint64 DAY = 86400;
 struct CertificatePlan
 {
     QString name;
+    //! When not empty, the whole subject, as (short name, value); the name is not used.
+    QList<QPair<QByteArray, QByteArray>> subject;
     //! Name and value as in OpenSSL's configuration files.
     QList<QPair<QByteArray, QByteArray>> extensions;
     QByteArray mailAddress;            //!< In the subject; none if empty.

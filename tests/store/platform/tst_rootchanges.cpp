@@ -11,7 +11,7 @@
 #include "SignalCounter.h"
 #include "TrustedRoots.h"
 
-#include "store/platform/linux/RootLocations.h"
+#include "store/platform/linux/roots/RootLocations.h"
 
 #include <QtCore/QDir>
 #include <QtCore/QFile>

@@ -8,7 +8,7 @@
 #include "PlannedCertificate.h"
 #include "TrustedRoots.h"
 
-#include "store/platform/linux/RootCache.h"
+#include "store/platform/linux/roots/RootCache.h"
 #include "tests/common/OpenSslCommand.h"
 
 #include <QtCore/QDir>
