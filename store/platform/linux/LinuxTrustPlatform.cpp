@@ -6,6 +6,7 @@
 #include "store/platform/linux/KernelObjects.h"
 #include "store/platform/linux/MemoryStore.h"
 #include "store/platform/linux/SystemRootStore.h"
+#include "store/platform/linux/roots/ChangeWatcher.h"
 #include "store/platform/linux/roots/UserRoots.h"
 
 #include <cwchar>
@@ -164,6 +165,7 @@ DWORD LinuxTrustPlatform::pollEvent(HANDLE event)
         lastErrorOfThread = ERROR_INVALID_HANDLE;
         return WAIT_FAILED;
     }
+    changeWatcher().lookFor(target);
     return target->take() ? WAIT_OBJECT_0 : WAIT_TIMEOUT;
 }
 

@@ -42,6 +42,21 @@ bool ChangeWatcher::arm(const void* owner, const EventPtr& event, const RootLoca
     return true;
 }
 
+void ChangeWatcher::lookFor(const EventPtr& event)
+{
+    if (m_isSettling)
+        return;
+    const std::lock_guard<std::mutex> locker(m_mutex);
+    for (auto& entry : m_subscriptions) {
+        Subscription& subscription = entry.second;
+        const Clock::time_point now = Clock::now();
+        if (entry.first.second != event || now - subscription.lastLook < LOOK_TIME)
+            continue;
+        subscription.lastLook = now;
+        signalIfChanged(event, &subscription);
+    }
+}
+
 void ChangeWatcher::disarm(const void* owner, const EventPtr& event)
 {
     removeIf([&](const Key& key) { return key == Key(owner, event); });
@@ -74,6 +89,7 @@ bool ChangeWatcher::ensureRunning()
     if (!m_notifier.open())
         return false;
     m_isStopping = false;
+    m_isSettling = false;
     m_firstActivity.reset();
     try {
         m_thread = startPlatformThread([this] { run(); });
@@ -114,6 +130,7 @@ void ChangeWatcher::run()
         m_firstActivity.reset();
         // Watched before compared: what happens in between shows in one of the two.
         isComplete = watchDirectories();
+        m_isSettling = false;
         signalChanges();
     }
 }
@@ -130,6 +147,7 @@ int ChangeWatcher::millisecondsToWait(bool isComplete) const
 
 void ChangeWatcher::noteActivity()
 {
+    m_isSettling = true;
     m_lastActivity = Clock::now();
     if (!m_firstActivity)
         m_firstActivity = m_lastActivity;
@@ -152,13 +170,16 @@ bool ChangeWatcher::watchDirectories()
 void ChangeWatcher::signalChanges()
 {
     const std::lock_guard<std::mutex> locker(m_mutex);
-    for (auto& entry : m_subscriptions) {
-        Subscription& subscription = entry.second;
-        if (!subscription.isArmed || subscription.locations.files() == subscription.files)
-            continue;
-        subscription.isArmed = false;
-        entry.first.second->set();
-    }
+    for (auto& entry : m_subscriptions)
+        signalIfChanged(entry.first.second, &entry.second);
+}
+
+void ChangeWatcher::signalIfChanged(const EventPtr& event, Subscription* subscription)
+{
+    if (!subscription->isArmed || subscription->locations.files() == subscription->files)
+        return;
+    subscription->isArmed = false;
+    event->set();
 }
 
 ChangeWatcher& changeWatcher()

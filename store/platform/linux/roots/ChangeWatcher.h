@@ -6,6 +6,7 @@
 #include "store/platform/linux/Event.h"
 #include "store/platform/linux/roots/RootLocations.h"
 
+#include <atomic>
 #include <chrono>
 #include <map>
 #include <mutex>
@@ -35,6 +36,9 @@ public:
     //! How often to look where the system cannot tell by itself.
     static constexpr std::chrono::milliseconds POLL_TIME{5000};
 
+    //! How long a verdict may rely on nothing having been announced.
+    static constexpr std::chrono::milliseconds LOOK_TIME{3000};
+
     ChangeWatcher() = default;
     ~ChangeWatcher();
 
@@ -44,6 +48,12 @@ public:
     */
     bool arm(const void* owner, const EventPtr& event, const RootLocations& locations,
              const RootFiles& files);
+    /*!
+        Signals \a event at once if it is armed and the files have changed without anything being
+        seen of it, as on file systems of the network. Looks at most every `LOOK_TIME`, and leaves
+        alone what is being seen to.
+    */
+    void lookFor(const EventPtr& event);
     void disarm(const void* owner, const EventPtr& event);
     void disarmAll(const void* owner);
 
@@ -55,6 +65,7 @@ private:
         RootLocations locations;
         RootFiles files;
         bool isArmed = true;
+        Clock::time_point lastLook = Clock::now();
     };
     using Key = std::pair<const void*, EventPtr>;
 
@@ -68,6 +79,7 @@ private:
     void noteActivity();
     bool watchDirectories();
     void signalChanges();
+    static void signalIfChanged(const EventPtr& event, Subscription* subscription);
 
     std::mutex m_lifeMutex; //!< Guards the thread's start and end; taken before the other.
     std::mutex m_mutex;     //!< Guards the subscriptions.
@@ -75,6 +87,7 @@ private:
     DirectoryNotifier m_notifier;
     std::thread m_thread;
     bool m_isStopping = false; //!< Guarded by m_mutex.
+    std::atomic<bool> m_isSettling{false};
 
     // The thread's own.
     std::optional<Clock::time_point> m_firstActivity;

@@ -55,15 +55,20 @@ int kindError(const struct stat& status)
 FileContent readRegularFile(const std::string& path, int maxSize)
 {
     const Descriptor descriptor(path);
+    return descriptor.get() < 0 ? failure(errno) : readRegularFile(descriptor.get(), maxSize);
+}
+
+FileContent readRegularFile(int descriptor, int maxSize)
+{
     struct stat status = {};
-    if (descriptor.get() < 0 || fstat(descriptor.get(), &status) != 0)
+    if (fstat(descriptor, &status) != 0)
         return failure(errno);
     if (const int error = kindError(status))
         return failure(error);
 
     FileContent content;
     std::array<char, CHUNK> chunk;
-    while (const ssize_t count = read(descriptor.get(), chunk.data(), chunk.size())) {
+    while (const ssize_t count = read(descriptor, chunk.data(), chunk.size())) {
         if (count < 0 && errno == EINTR)
             continue;
         if (count < 0)

@@ -20,6 +20,8 @@ struct FileContent
     file is an error, and so is one of more than \a maxSize bytes.
 */
 FileContent readRegularFile(const std::string& path, int maxSize);
+//! The same for a file that is open, from where it stands.
+FileContent readRegularFile(int descriptor, int maxSize);
 
 } // namespace vela
 

@@ -4,6 +4,7 @@
 #include "cert/OpenSslErrorMark.h"
 #include "store/platform/linux/roots/RegularFile.h"
 #include "store/platform/linux/roots/RootReport.h"
+#include "support/PassPhrase.h"
 
 #include <openssl/err.h>
 #include <openssl/pem.h>
@@ -30,7 +31,7 @@ QByteArray encode(X509* x509)
 std::optional<QByteArray> readNext(BIO* bio)
 {
     const OpenSslErrorMark mark;
-    const X509Handle x509(PEM_read_bio_X509(bio, nullptr, nullptr, nullptr));
+    const X509Handle x509(PEM_read_bio_X509(bio, nullptr, refusePassPhrase, nullptr));
     if (x509)
         return encode(x509.get());
     if (ERR_GET_REASON(ERR_peek_last_error()) == PEM_R_NO_START_LINE)

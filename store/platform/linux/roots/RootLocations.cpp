@@ -16,6 +16,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <deque>
 #include <filesystem>
 #include <optional>
 #include <system_error>
@@ -35,8 +36,7 @@ constexpr const char* SYSTEM_BUNDLES[] = {
     "/etc/ssl/cert.pem",                                 // Alpine
 };
 constexpr const char* SYSTEM_DIRECTORIES[] = {"/etc/ssl/certs", "/etc/pki/tls/certs"};
-constexpr const char* USER_SUBDIRECTORY = "/ferrule/roots";
-constexpr int MAX_LINKS = 8;
+constexpr int MAX_LINKS = 40; // As many as the system follows.
 constexpr int MAX_TICK = 20; // Milliseconds; several times what it is.
 
 std::optional<struct stat> statusOf(const std::string& path)
@@ -126,28 +126,35 @@ void addObstacle(const std::string& path, const std::string& reason, RootReport*
         report->add(path, reason);
 }
 
-//! Adds where \a path would appear: its directory, or the nearest that is there.
-void addNearestDirectory(const fs::path& path, std::set<std::string>* directories)
+/*!
+    Adds what has to be watched for \a path: each directory with a link on the way to it, the one
+    that it is in, or the nearest that is there, and itself if it is a directory.
+*/
+void addWatchesFor(const fs::path& path, std::set<std::string>* directories)
 {
     std::error_code error;
-    fs::path directory = path.parent_path();
-    while (!fs::is_directory(directory, error) && directory.has_relative_path())
-        directory = directory.parent_path();
-    directories->insert(directory.string());
-}
-
-//! Adds what has to be watched for \a path: every name on the way to it, and itself if a directory.
-void addWatchesFor(fs::path path, std::set<std::string>* directories)
-{
-    std::error_code error;
-    for (int links = 0; links < MAX_LINKS; ++links) {
-        addNearestDirectory(path, directories);
-        if (!fs::is_symlink(path, error))
-            break;
-        path = (path.parent_path() / fs::read_symlink(path, error)).lexically_normal();
+    std::deque<fs::path> names(path.begin(), path.end());
+    fs::path directory = "/";
+    int links = 0;
+    while (!names.empty()) {
+        const fs::path name = names.front();
+        names.pop_front();
+        const fs::path next = (directory / name).lexically_normal();
+        const bool isLink = fs::is_symlink(next, error) && ++links <= MAX_LINKS;
+        const bool isLast = names.empty() || !fs::is_directory(next, error);
+        if (isLink || isLast)
+            directories->insert(directory.string());
+        if (isLink) {
+            const fs::path target = fs::read_symlink(next, error);
+            names.insert(names.begin(), target.begin(), target.end());
+            continue;
+        }
+        if (!fs::is_directory(next, error))
+            return;
+        // Without links behind it, ".." is what its name says.
+        directory = next;
     }
-    if (fs::is_directory(path, error))
-        directories->insert(path.string());
+    directories->insert(directory.string());
 }
 
 //! Stays as it is when there is no current directory.
@@ -173,11 +180,11 @@ bool isPrivileged()
     return getauxval(AT_SECURE) != 0;
 }
 
-std::string userDirectoryPath()
+std::string userDataPath()
 {
-    const QString data = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
-    return data.isEmpty() ? std::string()
-                          : QFile::encodeName(data).toStdString() + USER_SUBDIRECTORY;
+    return QFile::encodeName(
+               QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation))
+        .toStdString();
 }
 
 } // namespace
@@ -206,8 +213,18 @@ RootLocations RootLocations::fromEnvironment()
                                        std::end(SYSTEM_DIRECTORIES));
     }
     if (!isPrivileged())
-        locations.m_userDirectory = userDirectoryPath();
+        locations.m_userDataDirectory = userDataPath();
+    if (!locations.m_userDataDirectory.empty()) {
+        locations.m_userDirectory = locations.m_userDataDirectory;
+        for (const std::string& name : userSubdirectories())
+            locations.m_userDirectory += '/' + name;
+    }
     return locations;
+}
+
+std::vector<std::string> RootLocations::userSubdirectories()
+{
+    return {"ferrule", "roots"};
 }
 
 RootFiles RootLocations::files() const

@@ -52,6 +52,9 @@ public:
 
     //! The directory of the user's own roots, which need not exist; empty if there is none.
     const std::string& userDirectory() const { return m_userDirectory; }
+    //! Where users keep the data of programs, and the names that lead to userDirectory() from there.
+    const std::string& userDataDirectory() const { return m_userDataDirectory; }
+    static std::vector<std::string> userSubdirectories();
 
 private:
     RootFiles list() const;
@@ -61,6 +64,7 @@ private:
 
     std::vector<std::string> m_bundles;
     std::vector<std::string> m_directories;
+    std::string m_userDataDirectory;
     std::string m_userDirectory;
     bool m_isReplaced = false; //!< By the environment: directories count beside a bundle.
 };

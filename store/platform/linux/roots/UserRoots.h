@@ -11,7 +11,8 @@ namespace vela {
 /*!
     Adds the certificate with the encoding \a der to the user's own trusted roots: a file of its own
     in a directory that only the user can enter, complete from the moment it can be seen. Adding a
-    root again changes nothing. Returns `ERROR_SUCCESS` or the reason for the failure.
+    root again changes nothing. Nothing outside of that directory is changed, whatever links lead to
+    it; see PrivateDirectory. Returns `ERROR_SUCCESS` or the reason for the failure.
 */
 DWORD addUserRoot(const QByteArray& der);
 
