@@ -12,12 +12,16 @@
 #include "TrustedRoots.h"
 
 #include "store/platform/linux/roots/RootLocations.h"
+#include "tests/store/StoreCertificates.h"
+
+#include <Ferrule/WinCertStore.h>
 
 #include <QtCore/QDir>
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
 #include <QtTest/QtTest>
 
+#include <cstdio>
 #include <functional>
 #include <memory>
 
@@ -61,6 +65,27 @@ void addToDirectory(test::TrustedRoots& roots)
     test::writeFile(certificateDirectory(roots) + name, test::toPem(newRoot()));
 }
 
+//! Roots that are reached by a link two directories above them.
+void linkHigherUp(test::TrustedRoots& roots)
+{
+    for (const char* name : {"one", "other"}) {
+        test::writeFile(roots.path(QStringLiteral("deep/") + QLatin1String(name)
+                                   + QStringLiteral("/certs/ca.pem")),
+                        test::toPem(newRoot()));
+    }
+    QVERIFY(QFile::link(QStringLiteral("one"), roots.path(QStringLiteral("deep/current"))));
+}
+
+//! In one step, as tools for the purpose do.
+void switchLinkHigherUp(test::TrustedRoots& roots)
+{
+    const QString next = roots.path(QStringLiteral("deep/next"));
+    QVERIFY(QFile::link(QStringLiteral("other"), next));
+    QCOMPARE(std::rename(QFile::encodeName(next).constData(),
+                         QFile::encodeName(roots.path(QStringLiteral("deep/current"))).constData()),
+             0);
+}
+
 void nothing(test::TrustedRoots&)
 {
 }
@@ -95,6 +120,7 @@ private Q_SLOTS:
     void notificationNeedsAnEvent();
     void otherControlsAreRefused();
     void changeRightAfterReadingShows();
+    void changeThatNobodyAnnouncesIsFoundByAQuestion();
 
 private:
     //! Lets the watcher pass twice over all that has happened so far.
@@ -169,6 +195,23 @@ void RootChangesTest::changeIsSignalledOnce_data()
             QVERIFY(QFile::link(roots.path(QStringLiteral("other")),
                                 roots.path(QStringLiteral("current"))));
         });
+    row(
+        "other target for a link higher up on the way to a bundle",
+        [](test::TrustedRoots& roots) {
+            linkHigherUp(roots);
+            QFile::remove(roots.bundlePath());
+            QVERIFY(QFile::link(roots.path(QStringLiteral("deep/current/certs/ca.pem")),
+                                roots.bundlePath()));
+        },
+        switchLinkHigherUp);
+    row(
+        "other target for a link higher up on the way to a directory",
+        [](test::TrustedRoots& roots) {
+            linkHigherUp(roots);
+            roots.environment().set(
+                "SSL_CERT_DIR", QFile::encodeName(roots.path(QStringLiteral("deep/current/certs"))));
+        },
+        switchLinkHigherUp);
     row(
         "file behind a link replaced",
         [](test::TrustedRoots& roots) {
@@ -343,6 +386,32 @@ void RootChangesTest::changeRightAfterReadingShows()
         test::writeFile(m_roots->bundlePath(), pem);
         QVERIFY(!(vela::RootLocations::fromEnvironment().files() == before));
     }
+}
+
+/*
+    Of a directory far above that is replaced the system tells nobody who watches the ones below, as
+    it tells nobody of what happens at the other end of a network.
+*/
+void RootChangesTest::changeThatNobodyAnnouncesIsFoundByAQuestion()
+{
+    constexpr int PATIENCE = 20000;
+    const PlannedCertificate root(leafPlan(QStringLiteral("withdrawn")));
+    const auto write = [this, &root](const char* directory, const QByteArray& der) {
+        test::writeFile(m_roots->path(QLatin1String(directory)) + QStringLiteral("/a/b/ca.pem"),
+                        test::toPem(der));
+    };
+    write("here", root.der());
+    write("next", newRoot());
+    m_roots->environment().set("SSL_CERT_DIR", "");
+    m_roots->environment().set("SSL_CERT_FILE",
+                               QFile::encodeName(m_roots->path(QStringLiteral("here/a/b/ca.pem"))));
+    vela::WinCertStore store(nullptr);
+    vela::SslCertificateChain chain;
+    chain << test::parse(test::toPem(root.der()));
+    QCOMPARE(store.verify(chain), vela::VerifyOk);
+    QVERIFY(QDir().rename(m_roots->path(QStringLiteral("here")), m_roots->path(QStringLiteral("away"))));
+    QVERIFY(QDir().rename(m_roots->path(QStringLiteral("next")), m_roots->path(QStringLiteral("here"))));
+    QTRY_COMPARE_WITH_TIMEOUT(store.verify(chain), vela::VerifySelfSigned, PATIENCE);
 }
 
 QTEST_GUILESS_MAIN(RootChangesTest)
