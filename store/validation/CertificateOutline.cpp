@@ -149,6 +149,7 @@ void describeKey(Span information, CertificateOutline* outline)
                        OBJECT_CURVE_KEY.end())) {
         return;
     }
+    outline->hasCurveKey = true;
     outline->hasCurveParameters = take(&*algorithm, TAG_SEQUENCE).has_value();
     // Behind the number of unused bits: 4 is a whole point, 2 and 3 are half of one.
     constexpr std::size_t FORM = 1;
@@ -184,9 +185,10 @@ qint64 CertificateOutline::cost() const
     constexpr qint64 EACH = 60000;
     constexpr qint64 PER_ELEMENT = 900;
     constexpr qint64 PER_BYTE = 20;
+    constexpr qint64 CURVE_KEY = 40000;
     constexpr qint64 COMPRESSED_POINT = 1000000;
     return EACH + PER_ELEMENT * qint64(elements) + PER_BYTE * qint64(bytes)
-           + (hasCompressedPoint ? COMPRESSED_POINT : 0);
+           + (hasCurveKey ? CURVE_KEY : 0) + (hasCompressedPoint ? COMPRESSED_POINT : 0);
 }
 
 std::size_t CertificateOutline::footprint() const

@@ -19,6 +19,7 @@ struct CertificateOutline
 
     std::size_t elements = 0;        //!< Values in it, at all depths.
     std::size_t bytes = 0;           //!< Of the whole encoding.
+    bool hasCurveKey = false;
     bool hasCurveParameters = false; //!< Its key is on a curve that it describes itself.
     bool hasCompressedPoint = false; //!< Half of its key has to be computed.
 

@@ -31,8 +31,8 @@ public:
         std::size_t count;
         std::size_t footprint;
     };
-    static constexpr Limits UNPROVEN = {1000, 6 * 1024 * 1024};
-    static constexpr Limits PROVEN = {2000, 10 * 1024 * 1024};
+    static constexpr Limits UNPROVEN = {400, 6 * 1024 * 1024};
+    static constexpr Limits PROVEN = {700, 10 * 1024 * 1024};
 
     IntermediateMemory() = default;
 

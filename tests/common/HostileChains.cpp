@@ -211,28 +211,23 @@ QList<QByteArray> rsaNamesakes(int modulusBytes, int exponentBytes)
     return ders;
 }
 
-//! The information of a key on the curve \a nid, as \a form says.
+//! The information of a key on the curve \a nid, as \a form says, and \a flag of its parameters.
 QByteArray curveKey(int nid, point_conversion_form_t form, int flag)
 {
     EC_GROUP* const group = EC_GROUP_new_by_curve_name(nid);
     if (!group)
-        return {};
+        qFatal("HostileChains: there is no such curve");
     EC_GROUP_set_asn1_flag(group, flag);
-    EC_GROUP_set_point_conversion_form(group, form);
-    EC_KEY* const key = EC_KEY_new();
-    EC_KEY_set_group(key, group);
-    EC_KEY_set_conv_form(key, form);
-    EC_KEY_generate_key(key);
-    EVP_PKEY* const holder = EVP_PKEY_new();
-    EVP_PKEY_set1_EC_KEY(holder, key);
     unsigned char* encoded = nullptr;
-    const int length = i2d_PUBKEY(holder, &encoded);
-    const QByteArray result(reinterpret_cast<const char*>(encoded), qMax(length, 0));
+    const int length = i2d_ECPKParameters(group, &encoded);
+    const QByteArray parameters(reinterpret_cast<const char*>(encoded), length);
     OPENSSL_free(encoded);
-    EVP_PKEY_free(holder);
-    EC_KEY_free(key);
+    const EC_POINT* const generator = EC_GROUP_get0_generator(group);
+    QByteArray point(int(EC_POINT_point2oct(group, generator, form, nullptr, 0, nullptr)), '\0');
+    EC_POINT_point2oct(group, generator, form, reinterpret_cast<unsigned char*>(point.data()),
+                       std::size_t(point.size()), nullptr);
     EC_GROUP_free(group);
-    return result;
+    return sequence(sequence(der::object("2a8648ce3d0201") + parameters) + der::bits(point));
 }
 
 QList<QByteArray> curveNamesakes(int nid, point_conversion_form_t form, int flag)

@@ -10,9 +10,6 @@ namespace vela {
 
 namespace {
 
-//! What decoding the certificates of one chain may cost, in nanoseconds.
-constexpr qint64 DECODING_LIMIT = 40000000;
-
 std::vector<PlatformStorePtr> withStore(std::vector<PlatformStorePtr> stores,
                                         const PlatformStorePtr& store)
 {
@@ -38,7 +35,7 @@ ChainEngine::ChainEngine(const ChainEngine& other, const PlatformStorePtr& store
 std::optional<JudgedPath> ChainEngine::judge(const CertificateContext& context,
                                              PathQuestion question) const
 {
-    WorkBudget decoding(DECODING_LIMIT);
+    WorkBudget decoding(question.limits.decoding);
     decoding.spend(context.outline().cost());
     question.certificate = DecodedCertificate::fromDer(context.der());
     if (!question.certificate)

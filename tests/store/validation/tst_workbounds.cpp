@@ -120,7 +120,7 @@ void WorkBoundsTest::noInputTakesMoreStepsThanThis()
     hashedBytes = 0;
     decodedCertificates = 0;
     const PathLimits limits;
-    WorkBudget decoding(limits.work);
+    WorkBudget decoding(limits.decoding);
     const std::clock_t start = std::clock();
     const ChainSource source(chain, &decoding);
     PathQuestion question;
@@ -135,7 +135,7 @@ void WorkBoundsTest::noInputTakesMoreStepsThanThis()
           decodedCertificates, chain.ders.size(), verifiedSignatures, hashedBytes, answer.paths,
           double(decoding.spent()) / 1e6, double(answer.work) / 1e6, milliseconds);
     QVERIFY(decodedCertificates <= MAX_DECODED);
-    QVERIFY(decoding.spent() <= limits.work);
+    QVERIFY(decoding.spent() <= limits.decoding);
     QVERIFY(answer.work <= limits.work);
     QVERIFY(answer.paths <= MAX_PATHS);
     QVERIFY(answer.signatures <= MAX_SIGNATURES);
@@ -151,7 +151,7 @@ void WorkBoundsTest::exhaustedSearchIsNoVerdict()
         return qstrcmp(chain.name, "policies") == 0;
     });
     QVERIFY(valid != chains.end());
-    WorkBudget decoding(PathLimits().work);
+    WorkBudget decoding(PathLimits().decoding);
     const ChainSource source(*valid, &decoding);
     PathQuestion question;
     question.certificate = DecodedCertificate::fromDer(valid->ders.first());
