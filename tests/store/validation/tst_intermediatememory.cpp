@@ -139,11 +139,11 @@ void IntermediateMemoryTest::oldestThatIsNotProvenGoesFirst()
     QCOMPARE(all.size(), limit);
     QCOMPARE(all.first(), stranger(limit + 1));
     QCOMPARE(all.last(), stranger(2));
-    show(memory, stranger(limit + 2)); // One that goes before it was decoded, the next time.
-    show(memory, stranger(2));         // Not the oldest any more.
+    show(memory, stranger(2)); // Not the oldest any more.
+    show(memory, stranger(limit + 2));
     show(memory, stranger(limit + 3));
     prepare(memory);
-    QCOMPARE(issuers(memory).last(), stranger(4));
+    QCOMPARE(issuers(memory).last(), stranger(5));
 }
 
 void IntermediateMemoryTest::provenStaysWhateverStrangersShow()
