@@ -112,8 +112,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
         check(constraints.errorsOf(nullptr, {hostOfText(name)}, &budget), name, permitted,
               excluded);
         WorkBudget nothing(0);
-        FUZZ_CHECK(constraints.errorsOf(nullptr, {hostOfText(name)}, &nothing)
-                   & NameNotComparable);
+        FUZZ_CHECK(constraints.errorsOf(nullptr, {hostOfText(name)}, &nothing) & NameNotComparable);
     }
     for (const QByteArray& text : namesIn(lines, 3)) {
         WorkBudget budget(PLENTY);

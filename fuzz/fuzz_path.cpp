@@ -110,8 +110,7 @@ QByteArray nameOf(const QByteArray& text)
 
 QByteArray subtree(unsigned char kind, const QByteArray& name)
 {
-    return name.isEmpty() ? QByteArray()
-                          : value(kind, sequence(value(test::der::DnsName, name)));
+    return name.isEmpty() ? QByteArray() : value(kind, sequence(value(test::der::DnsName, name)));
 }
 
 QByteArray extensionsOf(const Plan& plan)
@@ -122,14 +121,15 @@ QByteArray extensionsOf(const Plan& plan)
     if (plan.isAuthority && plan.pathLength >= 0)
         basic += value(test::der::Integer, QByteArray(1, char(plan.pathLength)));
     QByteArray all = test::der::extension("551d13", sequence(basic));
-    const QByteArray usage = plan.mayCertSign ? QByteArray("\x02\x04", 2) : QByteArray("\x07\x80", 2);
+    const QByteArray usage =
+        plan.mayCertSign ? QByteArray("\x02\x04", 2) : QByteArray("\x07\x80", 2);
     all += test::der::extension("551d0f", value(test::der::BitString, usage));
     if (!plan.permitted.isEmpty() || !plan.excluded.isEmpty())
         all += test::der::extension(
             "551d1e", sequence(subtree(0xA0, plan.permitted) + subtree(0xA1, plan.excluded)));
     if (!plan.alternativeName.isEmpty())
-        all += test::der::extension(
-            "551d11", sequence(value(test::der::DnsName, plan.alternativeName)));
+        all += test::der::extension("551d11",
+                                    sequence(value(test::der::DnsName, plan.alternativeName)));
     if (plan.hasUnknownCritical)
         all += sequence(test::der::object("2a030405") + value(test::der::Boolean, "\xFF")
                         + value(test::der::OctetString, "x"));
@@ -188,23 +188,57 @@ void change(Question* question, unsigned char what, unsigned char how)
     Plan& plan = question->plans[how % CHAIN];
     const unsigned char rest = how / CHAIN;
     switch (what % CHANGES) {
-    case 0: plan.permitted = host(rest); break;
-    case 1: plan.excluded = host(rest); break;
-    case 2: plan.alternativeName = host(rest); break;
-    case 3: plan.isAuthority = !plan.isAuthority; break;
-    case 4: plan.mayCertSign = !plan.mayCertSign; break;
-    case 5: plan.hasUnknownCritical = !plan.hasUnknownCritical; break;
-    case 6: plan.pathLength = rest % 4; break;
-    case 7: plan.signer = rest % (CHAIN + 1); break;
-    case 8: plan.flippedByte = rest * 13; break;
-    case 9: plan.isLeftOut = !plan.isLeftOut; break;
-    case 10: plan.isTrusted = !plan.isTrusted; break;
-    case 11: plan.issuer = question->plans[rest % CHAIN].subject; break;
-    case 12: plan.subject = question->plans[rest % CHAIN].subject; break;
-    case 13: question->plans[0].subject = host(how); break;
-    case 14: question->time = how % 2 ? LATER : NOW; break;
-    case 15: std::rotate(question->shown.begin(), question->shown.begin() + 1, question->shown.end()); break;
-    default: plan.serial = QByteArray(1, '\2'); break;
+    case 0:
+        plan.permitted = host(rest);
+        break;
+    case 1:
+        plan.excluded = host(rest);
+        break;
+    case 2:
+        plan.alternativeName = host(rest);
+        break;
+    case 3:
+        plan.isAuthority = !plan.isAuthority;
+        break;
+    case 4:
+        plan.mayCertSign = !plan.mayCertSign;
+        break;
+    case 5:
+        plan.hasUnknownCritical = !plan.hasUnknownCritical;
+        break;
+    case 6:
+        plan.pathLength = rest % 4;
+        break;
+    case 7:
+        plan.signer = rest % (CHAIN + 1);
+        break;
+    case 8:
+        plan.flippedByte = rest * 13;
+        break;
+    case 9:
+        plan.isLeftOut = !plan.isLeftOut;
+        break;
+    case 10:
+        plan.isTrusted = !plan.isTrusted;
+        break;
+    case 11:
+        plan.issuer = question->plans[rest % CHAIN].subject;
+        break;
+    case 12:
+        plan.subject = question->plans[rest % CHAIN].subject;
+        break;
+    case 13:
+        question->plans[0].subject = host(how);
+        break;
+    case 14:
+        question->time = how % 2 ? LATER : NOW;
+        break;
+    case 15:
+        std::rotate(question->shown.begin(), question->shown.begin() + 1, question->shown.end());
+        break;
+    default:
+        plan.serial = QByteArray(1, '\2');
+        break;
     }
 }
 
@@ -255,7 +289,8 @@ bool isBelow(const QByteArray& name, const QByteArray& base)
     const QList<QByteArray> labels = name.toLower().split('.');
     const QList<QByteArray> ends = base.toLower().split('.');
     if (base.startsWith('.'))
-        return labels.size() >= ends.size() && labels.mid(labels.size() - ends.size() + 1) == ends.mid(1);
+        return labels.size() >= ends.size()
+               && labels.mid(labels.size() - ends.size() + 1) == ends.mid(1);
     return labels.size() >= ends.size() && labels.mid(labels.size() - ends.size()) == ends;
 }
 

@@ -40,7 +40,8 @@ bool isSelfSigned(const CERT_TRUST_STATUS& status)
 
 /*!
     Whether the system calls the whole chain, its first simple chain or its end self-signed; or the
-    last certificate, where that is a root that is not trusted: Windows says it of no more than that.
+    last certificate, where that is a root that is not trusted: Windows says it of no more than
+   that.
 */
 bool isSelfSigned(const CERT_CHAIN_CONTEXT& context)
 {

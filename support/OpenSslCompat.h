@@ -164,8 +164,8 @@ inline void putOpenSslErrorsBack(const OpenSslErrors&)
 
 /*!
     The few things about algorithms and keys for which engines have different functions: the
-    algorithm by which \a x509 is signed, the parameters of an algorithm, whether a key is for RSA of
-    either kind, the length of its exponent, and the engine's number of a key's curve.
+    algorithm by which \a x509 is signed, the parameters of an algorithm, whether a key is for RSA
+   of either kind, the length of its exponent, and the engine's number of a key's curve.
 */
 #if OPENSSL_VERSION_NUMBER < 0x10100000L
 
@@ -219,7 +219,7 @@ inline bool isRsa(EVP_PKEY* key)
     return type == EVP_PKEY_RSA || type == EVP_PKEY_RSA_PSS;
 }
 
-#if OPENSSL_VERSION_NUMBER < 0x30000000L
+#    if OPENSSL_VERSION_NUMBER < 0x30000000L
 
 inline int rsaExponentBits(EVP_PKEY* key)
 {
@@ -233,7 +233,7 @@ inline int curveOf(EVP_PKEY* key)
     return EC_GROUP_get_curve_name(EC_KEY_get0_group(EVP_PKEY_get0_EC_KEY(key)));
 }
 
-#else
+#    else
 
 inline int rsaExponentBits(EVP_PKEY* key)
 {
@@ -248,10 +248,10 @@ inline int curveOf(EVP_PKEY* key)
 {
     char name[80] = "";
     return EVP_PKEY_get_group_name(key, name, sizeof name, nullptr) == 1 ? OBJ_sn2nid(name)
-                                                                          : NID_undef;
+                                                                         : NID_undef;
 }
 
-#endif
+#    endif
 #endif
 
 } // namespace vela

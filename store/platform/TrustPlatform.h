@@ -74,8 +74,8 @@ public:
     virtual BOOL addCertificateContextToStore(HCERTSTORE store, PCCERT_CONTEXT context,
                                               DWORD disposition, PCCERT_CONTEXT* added) = 0;
 
-    //! `CertGetCertificateChain`; a null \a engine is the default engine, a null \a time now. Windows
-    //! may fetch missing issuers over the network meanwhile, for seconds.
+    //! `CertGetCertificateChain`; a null \a engine is the default engine, a null \a time now.
+    //! Windows may fetch missing issuers over the network meanwhile, for seconds.
     virtual BOOL getCertificateChain(HCERTCHAINENGINE engine, PCCERT_CONTEXT context,
                                      FILETIME* time, HCERTSTORE additionalStore,
                                      CERT_CHAIN_PARA* para, DWORD flags, void* reserved,

@@ -128,8 +128,7 @@ std::vector<QByteArray> hostTextsOf(X509_NAME* name)
     std::vector<QByteArray> texts;
     for (int i = 0; i < X509_NAME_entry_count(name); ++i) {
         X509_NAME_ENTRY* const entry = X509_NAME_get_entry(name, i);
-        const bool isCommonName =
-            OBJ_obj2nid(X509_NAME_ENTRY_get_object(entry)) == NID_commonName;
+        const bool isCommonName = OBJ_obj2nid(X509_NAME_ENTRY_get_object(entry)) == NID_commonName;
         const QByteArray value = nameOnelineValue(X509_NAME_ENTRY_get_data(entry));
         int start = 0;
         for (bool isFirst = true; start >= 0; isFirst = false) {

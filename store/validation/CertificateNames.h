@@ -33,9 +33,9 @@ GeneralName readConstraint(const GENERAL_NAME* name);
 std::vector<GeneralName> namesOf(X509* x509, const GENERAL_NAMES* alternativeNames);
 
 /*!
-    Returns the texts that a client which looks for "CN=" in the one-line names of \a x509 could take
-    for the host name: those of the subject, or, where there are none, of the issuer. A value counts
-    as often as there is one behind a slash in it.
+    Returns the texts that a client which looks for "CN=" in the one-line names of \a x509 could
+   take for the host name: those of the subject, or, where there are none, of the issuer. A value
+   counts as often as there is one behind a slash in it.
 */
 std::vector<QByteArray> hostTextsOf(X509* x509);
 

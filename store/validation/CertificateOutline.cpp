@@ -167,8 +167,7 @@ std::optional<CertificateOutline> CertificateOutline::of(const QByteArray& der)
     if (!certificate || rest.size() != 0)
         return std::nullopt;
     const std::optional<Span> toBeSigned = take(&*certificate, TAG_SEQUENCE);
-    const std::optional<Span> information =
-        toBeSigned ? keyInformation(*toBeSigned) : std::nullopt;
+    const std::optional<Span> information = toBeSigned ? keyInformation(*toBeSigned) : std::nullopt;
     if (!information || !take(&*certificate, TAG_SEQUENCE)
         || !take(&*certificate, TAG_BIT_STRING)) {
         return std::nullopt;

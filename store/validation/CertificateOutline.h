@@ -17,8 +17,8 @@ struct CertificateOutline
     //! More than a certificate with some thousand names has.
     static constexpr std::size_t MAX_ELEMENTS = 10000;
 
-    std::size_t elements = 0;        //!< Values in it, at all depths.
-    std::size_t bytes = 0;           //!< Of the whole encoding.
+    std::size_t elements = 0; //!< Values in it, at all depths.
+    std::size_t bytes = 0;    //!< Of the whole encoding.
     bool hasCurveKey = false;
     bool hasCurveParameters = false; //!< Its key is on a curve that it describes itself.
     bool hasCompressedPoint = false; //!< Half of its key has to be computed.

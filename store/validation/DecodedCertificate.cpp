@@ -121,7 +121,8 @@ bool DecodedCertificate::namesIssuer(const DecodedCertificate& issuer) const
     return X509_NAME_cmp(X509_get_issuer_name(x509()), X509_get_subject_name(issuer.x509())) == 0;
 }
 
-DecodedCertificate::IssuerMatch DecodedCertificate::matchIssuer(const DecodedCertificate& issuer) const
+DecodedCertificate::IssuerMatch
+DecodedCertificate::matchIssuer(const DecodedCertificate& issuer) const
 {
     AUTHORITY_KEYID* const id = m_extensions.authorityKeyId.get();
     if (!id)

@@ -73,9 +73,8 @@ IntermediateMemory::issuersOf(const DecodedCertificate& certificate) const
         if (certificate.namesIssuer(*entry->second->certificate))
             entries.push_back(entry->second);
     }
-    std::sort(entries.begin(), entries.end(), [](const Entry* left, const Entry* right) {
-        return left->order > right->order;
-    });
+    std::sort(entries.begin(), entries.end(),
+              [](const Entry* left, const Entry* right) { return left->order > right->order; });
     std::vector<DecodedCertificatePtr> issuers;
     issuers.reserve(entries.size());
     for (const Entry* entry : entries)

@@ -251,9 +251,9 @@ PathErrors NameConstraints::errorsOfDirectoryNames(X509* x509, std::size_t nameC
     if (m_directoryCount == 0)
         return NoPathError;
     // The subject is a name, too.
-    const std::size_t cost = (nameCount + 1)
-                             * (PER_COMPARISON * m_directoryCount
-                                + m_directoryBytes / BYTES_PER_NANOSECOND);
+    const std::size_t cost =
+        (nameCount + 1)
+        * (PER_COMPARISON * m_directoryCount + m_directoryBytes / BYTES_PER_NANOSECOND);
     if (!budget->spend(qint64(cost)))
         return NameNotComparable;
     const OpenSslErrorMark mark;

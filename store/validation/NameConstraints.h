@@ -58,8 +58,7 @@ private:
     };
     static constexpr int TYPES = GEN_RID + 1;
 
-    bool sortOut(STACK_OF(GENERAL_SUBTREE) * subtrees,
-                 std::vector<GeneralName> Subtrees::*target);
+    bool sortOut(STACK_OF(GENERAL_SUBTREE) * subtrees, std::vector<GeneralName> Subtrees::*target);
     PathErrors errorsOfName(const GeneralName& name, WorkBudget* budget) const;
     PathErrors errorsOfHostText(const QByteArray& text, WorkBudget* budget) const;
     PathErrors errorsOfDirectoryNames(X509* x509, std::size_t nameCount, WorkBudget* budget) const;

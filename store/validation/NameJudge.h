@@ -13,8 +13,8 @@ namespace vela {
 
 /*!
     Holds the names of certificates against the constraints of authorities, for one search: each
-    certificate against each authority once. What there is no budget for, or no comparison left, is not
-    judged and therefore in error.
+    certificate against each authority once. What there is no budget for, or no comparison left, is
+   not judged and therefore in error.
 */
 class NameJudge
 {

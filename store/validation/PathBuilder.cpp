@@ -128,7 +128,8 @@ bool PathBuilder::isFinished() const
     return m_best && (m_leastDefects == 0 || isExhausted());
 }
 
-const std::vector<DecodedCertificatePtr>& PathBuilder::issuersOf(const DecodedCertificate& certificate)
+const std::vector<DecodedCertificatePtr>&
+PathBuilder::issuersOf(const DecodedCertificate& certificate)
 {
     const auto known = m_issuers.find(&certificate);
     if (known != m_issuers.end())

@@ -100,8 +100,9 @@ void PathJudge::judgeUsage(std::size_t index)
         m_budget.spend(PER_COMPARISON * qint64(allowed->size() * (usages.size() + 1)));
     const bool isAny = isAffordable && isListed(ANY_USAGE);
     const bool isValid =
-        isAny || (m_question.needsAllUsages ? std::all_of(usages.begin(), usages.end(), isListed)
-                                            : std::any_of(usages.begin(), usages.end(), isListed));
+        isAny
+        || (m_question.needsAllUsages ? std::all_of(usages.begin(), usages.end(), isListed)
+                                      : std::any_of(usages.begin(), usages.end(), isListed));
     if (!isAffordable || !isValid)
         addError(index, UsageInvalid);
 }

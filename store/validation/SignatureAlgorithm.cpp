@@ -11,8 +11,7 @@ namespace vela {
 
 namespace {
 
-using PssParametersHandle =
-    std::unique_ptr<RSA_PSS_PARAMS, OpenSslDeleter<RSA_PSS_PARAMS_free>>;
+using PssParametersHandle = std::unique_ptr<RSA_PSS_PARAMS, OpenSslDeleter<RSA_PSS_PARAMS_free>>;
 
 //! Returns the digest of a PSS signature; SHA-1 is what is meant where none is said.
 int pssDigest(const X509_ALGOR* algorithm)

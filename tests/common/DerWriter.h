@@ -86,8 +86,8 @@ struct Certificate
     QByteArray issuer = commonName("issuer");
     QByteArray subject = commonName("subject");
     QByteArray serial = QByteArray(1, '\1');
-    QByteArray key = rsaKey(QByteArray("\0\xC1", 2) + QByteArray(126, '\x5B') + '\1',
-                            QByteArray("\1\0\1", 3));
+    QByteArray key =
+        rsaKey(QByteArray("\0\xC1", 2) + QByteArray(126, '\x5B') + '\1', QByteArray("\1\0\1", 3));
     QByteArray extensions; //!< One after the other.
     QByteArray algorithm = sequence(object("2a864886f70d01010b") + value(Null, {}));
     QByteArray signature = QByteArray(128, '\x11');
@@ -95,11 +95,10 @@ struct Certificate
 
 inline QByteArray encode(const Certificate& one)
 {
-    const QByteArray times =
-        value(UtcTime, "200101000000Z") + value(UtcTime, "491231235959Z");
+    const QByteArray times = value(UtcTime, "200101000000Z") + value(UtcTime, "491231235959Z");
     QByteArray fields = value(0xA0, value(Integer, QByteArray(1, '\2')))
-                        + value(Integer, one.serial) + one.algorithm + one.issuer
-                        + sequence(times) + one.subject + one.key;
+                        + value(Integer, one.serial) + one.algorithm + one.issuer + sequence(times)
+                        + one.subject + one.key;
     if (!one.extensions.isEmpty())
         fields += value(0xA3, sequence(one.extensions));
     return sequence(sequence(fields) + one.algorithm + bits(one.signature));

@@ -60,8 +60,7 @@ QByteArray alternativeNames(const QByteArray& names)
 
 QByteArray constraints(unsigned char kind, const QByteArray& subtrees)
 {
-    return der::authorityExtension()
-           + der::extension("551d1e", sequence(value(kind, subtrees)));
+    return der::authorityExtension() + der::extension("551d1e", sequence(value(kind, subtrees)));
 }
 
 QByteArray subtree(const QByteArray& base)
@@ -84,9 +83,8 @@ QList<QByteArray> namesAgainst(const QByteArray& names, const QByteArray& subtre
 QList<QByteArray> longNameAgainstLetters()
 {
     const QByteArray name = value(der::DnsName, QByteArray(ALMOST_ALL / 2, 'a'));
-    return namesAgainst(name, fill(ALMOST_ALL / 2 - 64, [](int) {
-                            return subtree(value(der::DnsName, "b"));
-                        }));
+    return namesAgainst(
+        name, fill(ALMOST_ALL / 2 - 64, [](int) { return subtree(value(der::DnsName, "b")); }));
 }
 
 QList<QByteArray> manyNamesAgainstMany(int size)
@@ -99,9 +97,8 @@ QList<QByteArray> manyNamesAgainstMany(int size)
 QList<QByteArray> equalNamesAgainstLongOnes()
 {
     const QByteArray text = QByteArray(250, 'a') + ".b";
-    return namesAgainst(
-        fill(200 * 1024, [&](int) { return value(der::DnsName, 'c' + text); }),
-        fill(200 * 1024, [&](int) { return subtree(value(der::DnsName, text)); }));
+    return namesAgainst(fill(200 * 1024, [&](int) { return value(der::DnsName, 'c' + text); }),
+                        fill(200 * 1024, [&](int) { return subtree(value(der::DnsName, text)); }));
 }
 
 QList<QByteArray> directoryNames()
@@ -142,7 +139,8 @@ QList<QByteArray> longText()
 QByteArray emptyExtension(int i)
 {
     constexpr int OCTAL_FROM = 0100000; // Digits up to 7 make octets that end an identifier.
-    return der::extension(QByteArray("2a0304").append(QByteArray::number(OCTAL_FROM + i, 8)).constData(), {});
+    return der::extension(
+        QByteArray("2a0304").append(QByteArray::number(OCTAL_FROM + i, 8)).constData(), {});
 }
 
 QList<QByteArray> manyExtensions()
@@ -239,7 +237,8 @@ QList<QByteArray> curveNamesakes(int nid, point_conversion_form_t form, int flag
         one.key = key;
         return one;
     });
-    const QByteArray half = value(der::Integer, QByteArray(1, '\x11') + QByteArray(NUMBER_SIZE - 1, '\x22'));
+    const QByteArray half =
+        value(der::Integer, QByteArray(1, '\x11') + QByteArray(NUMBER_SIZE - 1, '\x22'));
     Certificate leaf;
     leaf.algorithm = sequence(der::object("2a8648ce3d040302"));
     leaf.signature = sequence(half + half);
@@ -329,7 +328,8 @@ HostileChain policies(const char* name, int policyCount, int mappingCount)
     spec.commonName = QStringLiteral("Policies");
     const Identity middle = makeIdentity(spec, &root);
     const auto policy = [](int i) {
-        return value(der::Object, QByteArray("\x2A\x03", 2) + char(0x81 + (i >> 7)) + char(i & 0x7F));
+        return value(der::Object,
+                     QByteArray("\x2A\x03", 2) + char(0x81 + (i >> 7)) + char(i & 0x7F));
     };
     QByteArray all;
     for (int i = 0; i < policyCount; ++i)
@@ -341,9 +341,8 @@ HostileChain policies(const char* name, int policyCount, int mappingCount)
     authority.issuer = nameOf(root);
     authority.subject = nameOf(middle);
     authority.key = publicKeyOf(middle);
-    authority.extensions =
-        der::authorityExtension() + der::extension("551d20", sequence(all))
-        + der::extension("551d24", sequence(value(0x80, QByteArray(1, '\0'))));
+    authority.extensions = der::authorityExtension() + der::extension("551d20", sequence(all))
+                           + der::extension("551d24", sequence(value(0x80, QByteArray(1, '\0'))));
     if (mappingCount > 0)
         authority.extensions += der::extension("551d21", sequence(mappings));
     Certificate leaf;

@@ -227,8 +227,8 @@ void WinCertStoreVerifyTest::verdict_data()
     // What Windows says of a chain whose root it does not trust: bits of elements, and no others.
     row("self-signed root that is not trusted", {untrusted, 0, selfSignedRoot},
         vela::VerifySelfSigned);
-    row("self-signed root that is not trusted, and expired", {expired | untrusted, 0, selfSignedRoot},
-        vela::VerifySelfSigned);
+    row("self-signed root that is not trusted, and expired",
+        {expired | untrusted, 0, selfSignedRoot}, vela::VerifySelfSigned);
     row("self-signed among other bits", {untrusted, 0xF | 0x100, plain}, vela::VerifySelfSigned);
     row("self-signed context and expired", {expired, selfSigned, plain}, vela::VerifySelfSigned);
     row("self-signed chain and expired", {expired | untrusted, 0, selfSignedChain},

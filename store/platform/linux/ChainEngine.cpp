@@ -59,9 +59,8 @@ void ChainEngine::noteProven(const CertificatePath& path) const
 
 bool ChainEngine::isProven(const DecodedCertificatePtr& certificate) const
 {
-    return std::any_of(m_stores.begin(), m_stores.end(), [&certificate](const auto& store) {
-        return store->isProven(certificate);
-    });
+    return std::any_of(m_stores.begin(), m_stores.end(),
+                       [&certificate](const auto& store) { return store->isProven(certificate); });
 }
 
 bool ChainEngine::isTrusted(const DecodedCertificatePtr& certificate) const
@@ -69,7 +68,8 @@ bool ChainEngine::isTrusted(const DecodedCertificatePtr& certificate) const
     return m_roots->certificates.contains(certificate);
 }
 
-std::vector<DecodedCertificatePtr> ChainEngine::issuersOf(const DecodedCertificate& certificate) const
+std::vector<DecodedCertificatePtr>
+ChainEngine::issuersOf(const DecodedCertificate& certificate) const
 {
     std::vector<DecodedCertificatePtr> issuers = m_roots->certificates.issuersOf(certificate);
     std::unordered_set<DecodedCertificatePtr> known(issuers.begin(), issuers.end());

@@ -30,7 +30,8 @@ public:
 
     bool isTrusted(const DecodedCertificatePtr& certificate) const override;
     bool isProven(const DecodedCertificatePtr& certificate) const override;
-    std::vector<DecodedCertificatePtr> issuersOf(const DecodedCertificate& certificate) const override;
+    std::vector<DecodedCertificatePtr>
+    issuersOf(const DecodedCertificate& certificate) const override;
 
 private:
     void noteProven(const CertificatePath& path) const;

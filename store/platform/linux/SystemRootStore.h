@@ -14,7 +14,8 @@ public:
     ~SystemRootStore() override;
 
     void prepare(WorkBudget* budget) override;
-    std::vector<DecodedCertificatePtr> issuersOf(const DecodedCertificate& certificate) const override;
+    std::vector<DecodedCertificatePtr>
+    issuersOf(const DecodedCertificate& certificate) const override;
     bool isProven(const DecodedCertificatePtr& certificate) const override;
     void noteProven(const DecodedCertificatePtr& certificate) override;
     DWORD add(const CertificateContext& context, DWORD disposition) override;

@@ -274,8 +274,8 @@ void ChainNamesTest::textTakenForAHostNameIsHeldAgainstConstraints_data()
     add("address elsewhere", address, common("10.0.0.1"), "IP:192.0.2.7", NOT_PERMITTED);
     add("host where addresses are limited", address, common("bank.com"), "", "");
     add("neither where addresses are limited", address, common("10.0.0.1."), "", INVALID);
-    add("excluded address of version 6", "excluded;IP:2001:db8::/ffff:ffff::",
-        common("2001:DB8::1"), "", EXCLUDED);
+    add("excluded address of version 6",
+        "excluded;IP:2001:db8::/ffff:ffff::", common("2001:DB8::1"), "", EXCLUDED);
     add("constraints for others", "permitted;email:example.com", common("bank.com"), "", "");
 }
 
@@ -336,7 +336,8 @@ void ChainNamesTest::selfIssuedAuthorityIsExempt()
     const PlannedCertificate rollover(
         authorityPlan(QStringLiteral("Root"), {{"subjectAltName", "DNS:example.org"}}), &root);
     const PlannedCertificate leaf(
-        leafPlan(QStringLiteral("www.example.com"), {{"subjectAltName", "DNS:example.com"}}), &rollover);
+        leafPlan(QStringLiteral("www.example.com"), {{"subjectAltName", "DNS:example.com"}}),
+        &rollover);
     test::TrustedRoots roots;
     roots.setRoots({root.der()});
     test::ChainClient client;
@@ -355,8 +356,7 @@ void ChainNamesTest::constraintsOfTheEndCertificateConcernNobody()
 //! A reader that sees no names in it would find none that is not permitted.
 void ChainNamesTest::alternativeNamesThatCannotBeDecodedAreAnError()
 {
-    const auto plan =
-        nameless(leafPlan(QStringLiteral("leaf"), {{"subjectAltName", "DER:0500"}}));
+    const auto plan = nameless(leafPlan(QStringLiteral("leaf"), {{"subjectAltName", "DER:0500"}}));
     QCOMPARE(errorsOf("permitted;DNS:example.com", plan), QByteArray("INVALID_EXTENSION"));
 }
 

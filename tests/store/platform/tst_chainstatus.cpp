@@ -66,10 +66,10 @@ CertificatePlan pssSignedWith(const EVP_MD* digest, CertificatePlan* issuer, Cer
 //! Returns the digest \a name if the engine can compute it; it may know more than that.
 const EVP_MD* digestCalled(const char* name)
 {
+    OpenSSL_add_all_digests();
     const EVP_MD* const digest = EVP_get_digestbyname(name);
     unsigned char result[EVP_MAX_MD_SIZE];
-    const bool isUsable =
-        digest && EVP_Digest("", 0, result, nullptr, digest, nullptr) == 1;
+    const bool isUsable = digest && EVP_Digest("", 0, result, nullptr, digest, nullptr) == 1;
     ERR_clear_error();
     return isUsable ? digest : nullptr;
 }
@@ -209,9 +209,7 @@ void ChainStatusTest::everyErrorIsReportedWhereItIs_data()
     }
     for (const EVP_MD* digest : {EVP_sha1(), EVP_sha256()})
         row(QByteArray("leaf signed by PSS with ").append(EVP_MD_name(digest)).constData(),
-            change([digest](Plans& p) {
-                p.leaf = pssSignedWith(digest, &p.intermediate, p.leaf);
-            }),
+            change([digest](Plans& p) { p.leaf = pssSignedWith(digest, &p.intermediate, p.leaf); }),
             "");
     if (const EVP_MD* const digest = digestCalled("SHA"))
         row("leaf signed with SHA-0", change([digest](Plans& p) {

@@ -85,8 +85,7 @@ const Deviation DEVIATIONS[] = {
      "As before."},
     {"bssl::target-msapplicationpolicies-and-eku/main", "HAS_NOT_SUPPORTED_CRITICAL_EXT",
      "Application policies are not evaluated, so that a critical one is refused."},
-    {"bssl::many-names/ok-all-types",
-     "HAS_NOT_PERMITTED_NAME_CONSTRAINT INVALID_NAME_CONSTRAINTS",
+    {"bssl::many-names/ok-all-types", "HAS_NOT_PERMITTED_NAME_CONSTRAINT INVALID_NAME_CONSTRAINTS",
      "URIs count, too, when there are too many names to compare; and see the next."},
     {"pkits::4.13.30", "INVALID_NAME_CONSTRAINTS",
      "A common name can be taken for the host name, so that constraints for hosts hold for it; one "

@@ -405,7 +405,8 @@ void TrustHandlesTest::certificatesUsedLastAreKept()
 {
     constexpr int KEPT = 128;
     QByteArray der = PlannedCertificate(leafPlan(QStringLiteral("one"))).der();
-    const std::weak_ptr<const vela::DecodedCertificate> first = vela::DecodedCertificate::fromDer(der);
+    const std::weak_ptr<const vela::DecodedCertificate> first =
+        vela::DecodedCertificate::fromDer(der);
     for (int i = 1; i < KEPT; ++i) {
         // Another signature, and so another certificate.
         der[der.size() - 1] = char(der.at(der.size() - 1) + 1);

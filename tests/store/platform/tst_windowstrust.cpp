@@ -244,8 +244,7 @@ void WindowsTrustTest::changeOfTheSystemStoreIsAnnounced()
 {
     if (isWine())
         QSKIP("Wine answers CERT_STORE_CTRL_NOTIFY_CHANGE with success and never notifies");
-    const Identity root =
-        makeCertificate(otherRootName(), nullptr, true);
+    const Identity root = makeCertificate(otherRootName(), nullptr, true);
     const auto whole = wrapAll({makeCertificate("leaf", &root, false), root});
     QCOMPARE(m_store->verify(whole), vela::VerifySelfSigned);
     QSignalSpy updated(m_store, &WinCertStore::systemUpdated);
@@ -316,8 +315,8 @@ void WindowsTrustTest::nullHandlesAreRefused()
     const PCCERT_CONTEXT context = platform.createCertificateContext(
         X509_ASN_ENCODING, reinterpret_cast<const BYTE*>(der.constData()), DWORD(der.size()));
     PCCERT_CONTEXT added = nullptr;
-    QVERIFY(isRefused(platform.addCertificateContextToStore(nullptr, context,
-                                                            CERT_STORE_ADD_ALWAYS, &added)));
+    QVERIFY(isRefused(
+        platform.addCertificateContextToStore(nullptr, context, CERT_STORE_ADD_ALWAYS, &added)));
     QVERIFY(!added);
     QVERIFY(platform.freeCertificateContext(context));
     QVERIFY(platform.closeStore(nullptr, CERT_CLOSE_STORE_FORCE_FLAG));

@@ -16,8 +16,8 @@ const char* const CURVE = "2a8648ce3d030107";
 QByteArray withKey(const QByteArray& parameters, const QByteArray& point)
 {
     test::der::Certificate one;
-    one.key = test::der::sequence(
-        test::der::sequence(test::der::object(CURVE_KEY) + parameters) + test::der::bits(point));
+    one.key = test::der::sequence(test::der::sequence(test::der::object(CURVE_KEY) + parameters)
+                                  + test::der::bits(point));
     return test::der::encode(one);
 }
 
@@ -59,7 +59,8 @@ void CertificateOutlineTest::otherThingsHaveNone_data()
     QTest::newRow("empty sequence") << test::der::sequence({});
     QTest::newRow("one octet more") << der + 'x';
     QTest::newRow("no signature") << test::der::sequence(test::der::sequence({}));
-    QTest::newRow("length without end") << QByteArray("\x30\x80", 2) + der.mid(4) + QByteArray(2, 0);
+    QTest::newRow("length without end")
+        << QByteArray("\x30\x80", 2) + der.mid(4) + QByteArray(2, 0);
     QTest::newRow("length of five octets") << QByteArray("\x30\x85\0\0\0\0\0", 7);
 }
 

@@ -122,8 +122,7 @@ void DecodedCertificateTest::extensionThatIsNoneIsMalformed()
 
 void DecodedCertificateTest::longIdentifiersAreNotWrittenInDigits()
 {
-    const QByteArray usage =
-        test::der::value(test::der::Object, QByteArray(400000, '\xFF') + '\1');
+    const QByteArray usage = test::der::value(test::der::Object, QByteArray(400000, '\xFF') + '\1');
     test::der::Certificate one;
     one.extensions = test::der::extension("551d25", test::der::sequence(usage));
     const auto certificate = DecodedCertificate::fromDer(test::der::encode(one));

@@ -28,8 +28,7 @@ DecodedCertificatePtr authority(const QByteArray& constraints)
 
 DecodedCertificatePtr end(const QString& commonName, const QByteArray& names)
 {
-    return decoded(
-        PlannedCertificate(leafPlan(commonName, {{"subjectAltName", names}})));
+    return decoded(PlannedCertificate(leafPlan(commonName, {{"subjectAltName", names}})));
 }
 
 QList<QByteArray> textsOf(const test::CertificatePlan& plan,
@@ -97,9 +96,9 @@ void NameConstraintsTest::addressIsReadInItsOneForm_data()
     QTest::newRow("version 4") << QByteArray("192.0.2.1") << QByteArray::fromHex("c0000201");
     QTest::newRow("version 6") << QByteArray("2001:db8::1")
                                << QByteArray::fromHex("20010db8000000000000000000000001");
-    for (const char* text : {"", "1", "1.2", "1.2.3", "1.2.3.4.5", "1.2.3.256", "01.2.3.4",
-                             "1.2.3.4 ", "+1.2.3.4", "1.2.3.-4", "a.b.c.d", "::1%lo", "[::1]", ":",
-                             "1:2", "0x7f.0.0.1"}) {
+    for (const char* text :
+         {"", "1", "1.2", "1.2.3", "1.2.3.4.5", "1.2.3.256", "01.2.3.4", "1.2.3.4 ", "+1.2.3.4",
+          "1.2.3.-4", "a.b.c.d", "::1%lo", "[::1]", ":", "1:2", "0x7f.0.0.1"}) {
         QTest::addRow("\"%s\"", text) << QByteArray(text) << QByteArray();
     }
 }

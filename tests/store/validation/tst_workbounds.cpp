@@ -130,10 +130,11 @@ void WorkBoundsTest::noInputTakesMoreStepsThanThis()
     if (question.certificate)
         answer = PathBuilder(source, question).build();
     const double milliseconds = double(std::clock() - start) * 1000 / CLOCKS_PER_SEC;
-    qInfo("%d certificates decoded of %d, %d signatures over %lld bytes, %d paths, work %.1f + %.1f, "
-          "%.1f ms",
-          decodedCertificates, chain.ders.size(), verifiedSignatures, hashedBytes, answer.paths,
-          double(decoding.spent()) / 1e6, double(answer.work) / 1e6, milliseconds);
+    qInfo(
+        "%d certificates decoded of %d, %d signatures over %lld bytes, %d paths, work %.1f + %.1f, "
+        "%.1f ms",
+        decodedCertificates, chain.ders.size(), verifiedSignatures, hashedBytes, answer.paths,
+        double(decoding.spent()) / 1e6, double(answer.work) / 1e6, milliseconds);
     QVERIFY(decodedCertificates <= MAX_DECODED);
     QVERIFY(decoding.spent() <= limits.decoding);
     QVERIFY(answer.work <= limits.work);

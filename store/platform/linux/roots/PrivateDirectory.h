@@ -17,11 +17,11 @@ class PrivateDirectory
 {
 public:
     /*!
-        Opens the directory that is called by \a names, one below the other, below \a base, and makes
-        what is missing, for the user alone. Closes it to others if they could enter it.
+        Opens the directory that is called by \a names, one below the other, below \a base, and
+       makes what is missing, for the user alone. Closes it to others if they could enter it.
 
-        Each of the names must be a directory that belongs to the user, and no link: a link could have
-        been planted by somebody who may not do to its target what this process may. Nothing is
+        Each of the names must be a directory that belongs to the user, and no link: a link could
+       have been planted by somebody who may not do to its target what this process may. Nothing is
         changed otherwise, and isOpen() is false.
     */
     PrivateDirectory(const std::string& base, const std::vector<std::string>& names);

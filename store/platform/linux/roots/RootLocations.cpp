@@ -37,7 +37,7 @@ constexpr const char* SYSTEM_BUNDLES[] = {
 };
 constexpr const char* SYSTEM_DIRECTORIES[] = {"/etc/ssl/certs", "/etc/pki/tls/certs"};
 constexpr int MAX_LINKS = 40; // As many as the system follows.
-constexpr int MAX_TICK = 20; // Milliseconds; several times what it is.
+constexpr int MAX_TICK = 20;  // Milliseconds; several times what it is.
 
 std::optional<struct stat> statusOf(const std::string& path)
 {
@@ -182,8 +182,7 @@ bool isPrivileged()
 
 std::string userDataPath()
 {
-    return QFile::encodeName(
-               QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation))
+    return QFile::encodeName(QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation))
         .toStdString();
 }
 

@@ -52,7 +52,8 @@ public:
 
     //! The directory of the user's own roots, which need not exist; empty if there is none.
     const std::string& userDirectory() const { return m_userDirectory; }
-    //! Where users keep the data of programs, and the names that lead to userDirectory() from there.
+    //! Where users keep the data of programs, and the names that lead to userDirectory() from
+    //! there.
     const std::string& userDataDirectory() const { return m_userDataDirectory; }
     static std::vector<std::string> userSubdirectories();
 
