@@ -407,23 +407,24 @@ void RootChangesTest::changeThatNobodyAnnouncesIsFoundByAQuestion()
     constexpr int PATIENCE = 20000;
     const PlannedCertificate root(leafPlan(QStringLiteral("withdrawn")));
     const auto write = [this, &root](const char* directory, const QByteArray& der) {
-        test::writeFile(m_roots->path(QLatin1String(directory)) + QStringLiteral("/a/b/ca.pem"),
+        test::writeFile(m_roots->path(QStringLiteral("mount/") + QLatin1String(directory))
+                            + QStringLiteral("/a/b/ca.pem"),
                         test::toPem(der));
     };
     write("here", root.der());
     write("next", newRoot());
     m_roots->environment().set("SSL_CERT_DIR", "");
-    m_roots->environment().set("SSL_CERT_FILE",
-                               QFile::encodeName(m_roots->path(QStringLiteral("here/a/b/ca.pem"))));
+    m_roots->environment().set(
+        "SSL_CERT_FILE", QFile::encodeName(m_roots->path(QStringLiteral("mount/here/a/b/ca.pem"))));
     vela::WinCertStore store(nullptr);
     vela::SslCertificateChain chain;
     chain << test::parse(test::toPem(root.der()));
     QCOMPARE(store.verify(chain), vela::VerifyOk);
     letTheFirstLookPass();
-    QVERIFY(QDir().rename(m_roots->path(QStringLiteral("here")),
-                          m_roots->path(QStringLiteral("away"))));
-    QVERIFY(QDir().rename(m_roots->path(QStringLiteral("next")),
-                          m_roots->path(QStringLiteral("here"))));
+    QVERIFY(QDir().rename(m_roots->path(QStringLiteral("mount/here")),
+                          m_roots->path(QStringLiteral("mount/away"))));
+    QVERIFY(QDir().rename(m_roots->path(QStringLiteral("mount/next")),
+                          m_roots->path(QStringLiteral("mount/here"))));
     QTRY_COMPARE_WITH_TIMEOUT(store.verify(chain), vela::VerifySelfSigned, PATIENCE);
 }
 
