@@ -7,8 +7,13 @@
 
     Both sides are handed certificates that are parsed already, though no certificate twice: the
     engine remembers which signatures it has found good. Told are microseconds of processor time.
+
+    Beside these stand chains of up to 1 MiB that were made to be dear, of which none may cost more
+    than 100 ms, and what a store keeps of a million verifications.
 */
 
+#include "chains/HostileInputs.h"
+#include "chains/StoreMemory.h"
 #include "common/Options.h"
 #include "common/Results.h"
 #include "common/Rounds.h"
@@ -145,6 +150,10 @@ public:
     }
 
     const QByteArray& root() const { return m_root; }
+    QList<QByteArray> ders(int number) const
+    {
+        return {m_leaves.at(number), m_intermediate, m_root};
+    }
 
     //! Returns one of the chains, parsed anew as a handshake does. The caller frees each.
     QList<X509*> parsed(int number) const
@@ -164,7 +173,7 @@ QByteArray writeBundle(const QTemporaryDir& directory, std::initializer_list<QBy
     QFile machine(QStringLiteral("/etc/ssl/certs/ca-certificates.crt"));
     if (!machine.open(QIODevice::ReadOnly))
         fail("this machine has no bundle of authorities");
-    QByteArray pem = machine.readAll() + '\n';
+    QByteArray pem = machine.readAll() + '\n' + bench::hostileRoots();
     for (const QByteArray& root : roots)
         pem += SslCertificate(parse(root), true).encodePem().toLatin1();
     QFile bundle(directory.filePath(QStringLiteral("bundle.pem")));
@@ -298,7 +307,9 @@ int main(int argc, char** argv)
     const int count = bench::scaled(options, VERIFICATIONS);
     for (const Case& one : cases)
         addTasks(tasks, results, one, store, engine, count);
+    bench::addHostileTasks(tasks, results);
     bench::runRounds(options.rounds, tasks);
+    bench::measureMemory(ec.ders(0), options, results);
     const int status = results.finish(options);
     X509_STORE_free(engine);
     return status;

@@ -20,6 +20,15 @@ target_compile_options(ferrule_compiler INTERFACE
 if(WIN32)
     # Keeps CryptoAPI out of OpenSSL's headers, which would lose names to its macros.
     target_compile_definitions(ferrule_compiler INTERFACE WIN32_LEAN_AND_MEAN NOMINMAX)
+    # What is shipped does not tell where it was built.
+    target_compile_options(ferrule_compiler INTERFACE
+        -ffile-prefix-map=${PROJECT_SOURCE_DIR}/= -ffile-prefix-map=${PROJECT_BINARY_DIR}/=build/)
+    foreach(dependency qt openssl)
+        get_filename_component(directory "${FERRULE_WINDOWS_DEPENDENCIES}/${dependency}" REALPATH)
+        target_compile_options(ferrule_compiler INTERFACE
+            -ffile-prefix-map=${FERRULE_WINDOWS_DEPENDENCIES}/${dependency}/=${dependency}/
+            -ffile-prefix-map=${directory}/=${dependency}/)
+    endforeach()
 endif()
 if(FERRULE_WERROR)
     target_compile_options(ferrule_compiler INTERFACE -Werror)

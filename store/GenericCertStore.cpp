@@ -7,6 +7,13 @@
 
 namespace vela {
 
+namespace {
+
+constexpr int CHUNK = 16 * 1024;
+constexpr qint64 MAX_SIZE = 64 * 1024 * 1024; // Of what openRootCerts() reads.
+
+} // namespace
+
 GenericCertStore::GenericCertStore(QObject* parent)
     : CertificateStore(parent)
 {
@@ -45,9 +52,17 @@ void GenericCertStore::openRootCerts(const QString& fileName, const QString& sec
 
 void GenericCertStore::openRootCerts(QIODevice* device)
 {
-    QDomDocument document;
-    document.setContent(device);
-    openRootCerts(document.documentElement());
+    // What the form may hold has no effect, so there is nothing to parse, which for elements that
+    // are nested deeply would take as much stack.
+    QByteArray chunk(CHUNK, '\0');
+    qint64 rest = MAX_SIZE;
+    while (rest > 0) {
+        const qint64 count = device->read(chunk.data(), qMin<qint64>(chunk.size(), rest));
+        if (count <= 0)
+            break;
+        rest -= count;
+    }
+    openRootCerts(QDomElement());
 }
 
 void GenericCertStore::openRootCerts(const QDomElement&)

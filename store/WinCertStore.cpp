@@ -38,7 +38,11 @@ bool isSelfSigned(const CERT_TRUST_STATUS& status)
     return status.dwInfoStatus & CERT_TRUST_IS_SELF_SIGNED;
 }
 
-//! Whether the system calls the whole chain, its first simple chain or its end self-signed.
+/*!
+    Whether the system calls the whole chain, its first simple chain or its end self-signed; or the
+    last certificate, where that is a root that is not trusted: Windows says it of no more than
+   that.
+*/
 bool isSelfSigned(const CERT_CHAIN_CONTEXT& context)
 {
     if (isSelfSigned(context.TrustStatus))
@@ -46,8 +50,13 @@ bool isSelfSigned(const CERT_CHAIN_CONTEXT& context)
     if (context.cChain == 0)
         return false;
     const CERT_SIMPLE_CHAIN& first = *context.rgpChain[0];
-    return isSelfSigned(first.TrustStatus)
-           || (first.cElement > 0 && isSelfSigned(first.rgpElement[0]->TrustStatus));
+    if (isSelfSigned(first.TrustStatus))
+        return true;
+    if (first.cElement == 0)
+        return false;
+    const bool isRootUntrusted = context.TrustStatus.dwErrorStatus & CERT_TRUST_IS_UNTRUSTED_ROOT;
+    return isSelfSigned(first.rgpElement[0]->TrustStatus)
+           || (isRootUntrusted && isSelfSigned(first.rgpElement[first.cElement - 1]->TrustStatus));
 }
 
 CertVerify verdictOn(const CERT_CHAIN_CONTEXT& context)
@@ -186,11 +195,12 @@ void WinCertStore::offerIntermediates(const SslCertificateChain& chain)
 {
     for (int i = 1; i < chain.size(); ++i) {
         const PCCERT_CONTEXT context = createWinCryptCert(chain.at(i));
-        // The context is deliberately not freed; see the class documentation about memory.
-        if (context) {
-            platform().addCertificateContextToStore(m_extraStore, context,
-                                                    CERT_STORE_ADD_REPLACE_EXISTING, nullptr);
-        }
+        if (!context)
+            continue;
+        platform().addCertificateContextToStore(m_extraStore, context,
+                                                CERT_STORE_ADD_REPLACE_EXISTING, nullptr);
+        // The store has made a copy.
+        platform().freeCertificateContext(context);
     }
 }
 

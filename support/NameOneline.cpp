@@ -52,7 +52,9 @@ bool isWideLatin(const ASN1_STRING* value)
     return true;
 }
 
-QByteArray fieldValue(const ASN1_STRING* value)
+} // namespace
+
+QByteArray nameOnelineValue(const ASN1_STRING* value)
 {
     static const char hex[] = "0123456789ABCDEF";
     const bool wide = isWideLatin(value);
@@ -70,8 +72,6 @@ QByteArray fieldValue(const ASN1_STRING* value)
     return text;
 }
 
-} // namespace
-
 QString nameOneline(const X509_NAME* name)
 {
     if (!name)
@@ -85,7 +85,7 @@ QString nameOneline(const X509_NAME* name)
         const ASN1_STRING* value = X509_NAME_ENTRY_get_data(entry);
         if (value->length > MAX_LENGTH)
             return QString();
-        text += '/' + fieldName(X509_NAME_ENTRY_get_object(entry)) + '=' + fieldValue(value);
+        text += '/' + fieldName(X509_NAME_ENTRY_get_object(entry)) + '=' + nameOnelineValue(value);
         if (text.size() > MAX_LENGTH)
             return QString();
     }

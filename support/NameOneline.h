@@ -2,6 +2,7 @@
 #ifndef FERRULE_NAMEONELINE_H
 #define FERRULE_NAMEONELINE_H
 
+#include <QtCore/QByteArray>
 #include <QtCore/QString>
 
 #include <openssl/x509.h>
@@ -13,6 +14,9 @@ namespace vela {
     `X509_NAME_oneline()` gives, whichever engine runs; empty on failure.
 */
 QString nameOneline(const X509_NAME* name);
+
+//! Returns what stands behind the sign of equality in that text for one \a value.
+QByteArray nameOnelineValue(const ASN1_STRING* value);
 
 } // namespace vela
 

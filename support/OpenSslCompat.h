@@ -8,8 +8,12 @@
 */
 
 #include <openssl/crypto.h>
+#include <openssl/ec.h>
 #include <openssl/err.h>
+#include <openssl/evp.h>
+#include <openssl/objects.h>
 #include <openssl/opensslv.h>
+#include <openssl/rsa.h>
 #include <openssl/ssl.h>
 #include <openssl/x509.h>
 
@@ -139,6 +143,98 @@ inline void putOpenSslErrorsBack(const OpenSslErrors&)
     ERR_pop_to_mark();
 }
 
+#endif
+
+/*!
+    The few things about algorithms and keys for which engines have different functions: the
+    algorithm by which \a x509 is signed, the parameters of an algorithm, whether a key is for RSA
+   of either kind, the length of its exponent, and the engine's number of a key's curve.
+*/
+#if OPENSSL_VERSION_NUMBER < 0x10100000L
+
+inline const X509_ALGOR* signatureAlgorithm(X509* x509)
+{
+    X509_ALGOR* algorithm = nullptr;
+    X509_get0_signature(nullptr, &algorithm, x509);
+    return algorithm;
+}
+
+inline void algorithmParameters(const X509_ALGOR* algorithm, int* type, const void** value)
+{
+    void* parameters = nullptr;
+    X509_ALGOR_get0(nullptr, type, &parameters, const_cast<X509_ALGOR*>(algorithm));
+    *value = parameters;
+}
+
+inline bool isRsa(EVP_PKEY* key)
+{
+    return EVP_PKEY_base_id(key) == EVP_PKEY_RSA;
+}
+
+inline int rsaExponentBits(EVP_PKEY* key)
+{
+    const BIGNUM* exponent = key->pkey.rsa->e;
+    return exponent ? BN_num_bits(exponent) : 0;
+}
+
+inline int curveOf(EVP_PKEY* key)
+{
+    return EC_GROUP_get_curve_name(EC_KEY_get0_group(key->pkey.ec));
+}
+
+#else
+
+inline const X509_ALGOR* signatureAlgorithm(X509* x509)
+{
+    const X509_ALGOR* algorithm = nullptr;
+    X509_get0_signature(nullptr, &algorithm, x509);
+    return algorithm;
+}
+
+inline void algorithmParameters(const X509_ALGOR* algorithm, int* type, const void** value)
+{
+    X509_ALGOR_get0(nullptr, type, value, algorithm);
+}
+
+inline bool isRsa(EVP_PKEY* key)
+{
+    const int type = EVP_PKEY_base_id(key);
+    return type == EVP_PKEY_RSA || type == EVP_PKEY_RSA_PSS;
+}
+
+#    if OPENSSL_VERSION_NUMBER < 0x30000000L
+
+inline int rsaExponentBits(EVP_PKEY* key)
+{
+    const BIGNUM* exponent = nullptr;
+    RSA_get0_key(EVP_PKEY_get0_RSA(key), nullptr, &exponent, nullptr);
+    return exponent ? BN_num_bits(exponent) : 0;
+}
+
+inline int curveOf(EVP_PKEY* key)
+{
+    return EC_GROUP_get_curve_name(EC_KEY_get0_group(EVP_PKEY_get0_EC_KEY(key)));
+}
+
+#    else
+
+inline int rsaExponentBits(EVP_PKEY* key)
+{
+    BIGNUM* exponent = nullptr;
+    const bool hasExponent = EVP_PKEY_get_bn_param(key, "e", &exponent) == 1;
+    const int bits = hasExponent ? BN_num_bits(exponent) : 0;
+    BN_free(exponent);
+    return bits;
+}
+
+inline int curveOf(EVP_PKEY* key)
+{
+    char name[80] = "";
+    return EVP_PKEY_get_group_name(key, name, sizeof name, nullptr) == 1 ? OBJ_sn2nid(name)
+                                                                         : NID_undef;
+}
+
+#    endif
 #endif
 
 } // namespace vela

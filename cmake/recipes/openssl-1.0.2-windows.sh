@@ -21,9 +21,21 @@ repair_sha1() {
         || die "sha1-x86_64.pl is not as expected; nothing was built"
 }
 
+# Where the libraries look for their configuration and for authorities must be a directory that only
+# administrators write to, not this machine's: without a drive, anybody there could make it. The name
+# has blanks, with which make cannot install, so it goes past make and into the header.
+set_directories() {
+    local file=$tree/Configure directory='C:/Program Files/Common Files/SSL'
+    sed -i -e "s|my \$foo = \$openssldir;|my \$foo = \"$directory\";|" \
+        -e "s|my \$foo = \"\$prefix/\$libdir/engines\";|my \$foo = \"$directory/engines\";|" "$file"
+    [ "$(grep -cF "my \$foo = \"$directory" "$file")" = 2 ] \
+        || die "Configure is not as expected; nothing was built"
+}
+
 begin "openssl 1.0.2 for Windows" openssl-1.0.2h-windows "$common/openssl-1.0.2.sh"
 fetch_openssl
 repair_sha1
+set_directories
 # At addresses that the system picks at random, and without executable data.
 build_openssl mingw64 --cross-compile-prefix=x86_64-w64-mingw32- \
     -Wl,--dynamicbase -Wl,--nxcompat -Wl,--high-entropy-va

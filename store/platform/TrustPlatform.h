@@ -16,7 +16,8 @@ namespace vela {
     a failure lastError() tells the reason to the thread that met it.
 
     Every operation may be called from any thread. Handles passed in must be open, or null where
-    the function allows it; a null handle is otherwise refused with `ERROR_INVALID_HANDLE`.
+    that stands for something: for a store, context or chain that is closed or freed already, and as
+    said below. A null handle is otherwise refused with `ERROR_INVALID_HANDLE`.
 */
 class TrustPlatform
 {
@@ -56,7 +57,7 @@ public:
                               void* context, DWORD milliseconds, DWORD flags) = 0;
     //! `WaitForSingleObject` with time-out 0.
     virtual DWORD pollEvent(HANDLE event) = 0;
-    //! `CloseHandle`, for events and registered waits.
+    //! `CloseHandle`, for events and registered waits; for the latter, Windows stops a debugger.
     virtual BOOL closeHandle(HANDLE handle) = 0;
 
     //! `CertCreateCertificateChainEngine`
@@ -74,6 +75,7 @@ public:
                                               DWORD disposition, PCCERT_CONTEXT* added) = 0;
 
     //! `CertGetCertificateChain`; a null \a engine is the default engine, a null \a time now.
+    //! Windows may fetch missing issuers over the network meanwhile, for seconds.
     virtual BOOL getCertificateChain(HCERTCHAINENGINE engine, PCCERT_CONTEXT context,
                                      FILETIME* time, HCERTSTORE additionalStore,
                                      CERT_CHAIN_PARA* para, DWORD flags, void* reserved,

@@ -18,6 +18,17 @@ bool usesNoExclusiveFields(const CERT_CHAIN_ENGINE_CONFIG& config)
            && config.dwExclusiveFlags == 0;
 }
 
+/*!
+    Whether \a handle is null, with the reason for the caller's lastError(). What the functions make
+    of null themselves differs: some end the process, and adding to no store makes a copy.
+*/
+bool isRefused(const void* handle)
+{
+    if (!handle)
+        SetLastError(ERROR_INVALID_HANDLE);
+    return !handle;
+}
+
 class WindowsTrustPlatform : public TrustPlatform
 {
 public:
@@ -34,10 +45,14 @@ public:
 
     BOOL controlStore(HCERTSTORE store, DWORD flags, DWORD control, const void* parameter) override
     {
-        return CertControlStore(store, flags, control, parameter);
+        return !isRefused(store) && CertControlStore(store, flags, control, parameter);
     }
 
-    BOOL closeStore(HCERTSTORE store, DWORD flags) override { return CertCloseStore(store, flags); }
+    //! A null handle stands for a store that is closed.
+    BOOL closeStore(HCERTSTORE store, DWORD flags) override
+    {
+        return !store || CertCloseStore(store, flags);
+    }
 
     HANDLE createEvent(BOOL manualReset, BOOL initiallySignalled) override
     {
@@ -47,13 +62,21 @@ public:
     BOOL registerWait(HANDLE* waitHandle, HANDLE event, WAITORTIMERCALLBACK callback, void* context,
                       DWORD milliseconds, DWORD flags) override
     {
-        return RegisterWaitForSingleObject(waitHandle, event, callback, context, milliseconds,
-                                           flags);
+        return !isRefused(event)
+               && RegisterWaitForSingleObject(waitHandle, event, callback, context, milliseconds,
+                                              flags);
     }
 
-    DWORD pollEvent(HANDLE event) override { return WaitForSingleObject(event, 0); }
+    DWORD pollEvent(HANDLE event) override
+    {
+        return isRefused(event) ? WAIT_FAILED : WaitForSingleObject(event, 0);
+    }
 
-    BOOL closeHandle(HANDLE handle) override { return CloseHandle(handle); }
+    /*!
+        A registered wait is closed with this call, too, and not unregistered. To the system, its
+        handle is none of the kernel's: the call fails, and stops the process in a debugger.
+    */
+    BOOL closeHandle(HANDLE handle) override { return !isRefused(handle) && CloseHandle(handle); }
 
     /*!
         Systems before Windows 8 refuse the size of the current configuration. They would be left
@@ -77,7 +100,8 @@ public:
 
     void freeChainEngine(HCERTCHAINENGINE engine) override
     {
-        CertFreeCertificateChainEngine(engine);
+        if (engine)
+            CertFreeCertificateChainEngine(engine);
     }
 
     PCCERT_CONTEXT createCertificateContext(DWORD encodingType, const BYTE* encoded,
@@ -88,15 +112,17 @@ public:
 
     BOOL freeCertificateContext(PCCERT_CONTEXT context) override
     {
-        return CertFreeCertificateContext(context);
+        return !context || CertFreeCertificateContext(context);
     }
 
     BOOL addCertificateContextToStore(HCERTSTORE store, PCCERT_CONTEXT context, DWORD disposition,
                                       PCCERT_CONTEXT* added) override
     {
-        return CertAddCertificateContextToStore(store, context, disposition, added);
+        return !isRefused(store)
+               && CertAddCertificateContextToStore(store, context, disposition, added);
     }
 
+    //! May fetch missing issuers over the network, which takes seconds where that does not answer.
     BOOL getCertificateChain(HCERTCHAINENGINE engine, PCCERT_CONTEXT context, FILETIME* time,
                              HCERTSTORE additionalStore, CERT_CHAIN_PARA* para, DWORD flags,
                              void* reserved, PCCERT_CHAIN_CONTEXT* chainContext) override
@@ -107,7 +133,8 @@ public:
 
     void freeCertificateChain(PCCERT_CHAIN_CONTEXT chainContext) override
     {
-        CertFreeCertificateChain(chainContext);
+        if (chainContext)
+            CertFreeCertificateChain(chainContext);
     }
 
     BOOL addEncodedCertificateToSystemStore(LPCWSTR storeName, const BYTE* encoded,

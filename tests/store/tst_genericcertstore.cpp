@@ -5,7 +5,10 @@
 
 #include <QtCore/QBuffer>
 #include <QtCore/QFile>
+#include <QtCore/QThread>
 #include <QtTest/QtTest>
+
+#include <memory>
 #include <QtXml/QDomDocument>
 
 using namespace test;
@@ -132,6 +135,8 @@ private Q_SLOTS:
     void openingAFileChangesNothing_data();
     void openingAFileChangesNothing();
     void openingReadsTheFormUnlessToldOtherwise();
+    void openingTakesNoMoreForWhatIsNestedOrLarge_data();
+    void openingTakesNoMoreForWhatIsNestedOrLarge();
     void unusableFilesAreIgnoredSilently();
 
 private:
@@ -513,6 +518,37 @@ void GenericCertStoreTest::openingReadsTheFormUnlessToldOtherwise()
     buffer.open(QIODevice::ReadOnly);
     GenericCertStore store(nullptr);
     store.openRootCerts(&buffer);
+    QVERIFY(buffer.atEnd());
+}
+
+void GenericCertStoreTest::openingTakesNoMoreForWhatIsNestedOrLarge_data()
+{
+    QTest::addColumn<QByteArray>("unit");
+    QTest::addColumn<int>("count");
+    QTest::newRow("2,500 levels") << QByteArray("<a>") << 2500;
+    QTest::newRow("50,000 levels") << QByteArray("<a>") << 50000;
+    QTest::newRow("5,000,000 levels") << QByteArray("<a>") << 5000000;
+    QTest::newRow("64 MiB of text") << QByteArray("x").repeated(1024) << 64 * 1024;
+}
+
+//! On a stack of the size that threads have on some systems.
+void GenericCertStoreTest::openingTakesNoMoreForWhatIsNestedOrLarge()
+{
+    constexpr uint STACK = 256 * 1024;
+    QFETCH(QByteArray, unit);
+    QFETCH(int, count);
+    QByteArray content = unit.repeated(count);
+    if (unit == "<a>")
+        content += QByteArray("</a>").repeated(count);
+    QBuffer buffer(&content);
+    buffer.open(QIODevice::ReadOnly);
+    std::unique_ptr<QThread> reader(QThread::create([&buffer] {
+        GenericCertStore store(nullptr);
+        store.openRootCerts(&buffer);
+    }));
+    reader->setStackSize(STACK);
+    reader->start();
+    QVERIFY(reader->wait());
     QVERIFY(buffer.atEnd());
 }
 

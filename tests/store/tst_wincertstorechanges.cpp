@@ -8,7 +8,7 @@
 #include "StoreCertificates.h"
 #include "platform/TrustedRoots.h"
 
-#include "store/platform/linux/ChangeWatcher.h"
+#include "store/platform/linux/roots/ChangeWatcher.h"
 
 #include <Ferrule/WinCertStore.h>
 

@@ -246,8 +246,7 @@ void WinCertStoreSoakTest::changesDuringVerificationsAreNeitherLostNorInvented()
         QCOMPARE(platform.count().stores, 2);
         QCOMPARE(platform.count().engines, 1);
         QCOMPARE(platform.count().chains, 0);
-        // Those of the intermediate and the root, which the store leaves to the closing.
-        QCOMPARE(platform.count().contexts, 2 * tally.verifications);
+        QCOMPARE(platform.count().contexts, 0);
     }
     qInfo("%d verifications, %d changes, %d updates", tally.verifications, tally.changes,
           tally.updates);

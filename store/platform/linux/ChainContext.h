@@ -2,12 +2,10 @@
 #ifndef FERRULE_CHAINCONTEXT_H
 #define FERRULE_CHAINCONTEXT_H
 
-#include "store/platform/linux/CertificatePath.h"
+#include "store/platform/CryptoApi.h"
+#include "store/validation/CertificatePath.h"
 
 namespace vela {
-
-//! Returns a context for \a certificate, which must live as long.
-CERT_CONTEXT certificateContext(const TrustCertificate& certificate);
 
 /*!
     A judged path in the form in which CryptoAPI hands it out: one simple chain, the end certificate

@@ -6,11 +6,13 @@
 #include "store/platform/linux/KernelObjects.h"
 #include "store/platform/linux/MemoryStore.h"
 #include "store/platform/linux/SystemRootStore.h"
-#include "store/platform/linux/UserRoots.h"
+#include "store/platform/linux/roots/ChangeWatcher.h"
+#include "store/platform/linux/roots/UserRoots.h"
 
 #include <cwchar>
 #include <ctime>
 #include <limits>
+#include <optional>
 #include <system_error>
 
 namespace vela {
@@ -52,10 +54,9 @@ HCERTSTORE newStoreHandle(const PlatformStorePtr& store)
     return new PlatformStorePtr(store);
 }
 
-// The platform hands contexts out as const; they are its own objects all the same.
-CertificateContext* ownContext(PCCERT_CONTEXT context)
+const CertificateContext* ownContext(PCCERT_CONTEXT context)
 {
-    return static_cast<CertificateContext*>(const_cast<CERT_CONTEXT*>(context));
+    return static_cast<const CertificateContext*>(context);
 }
 
 bool isEncoding(const BYTE* encoded, DWORD length)
@@ -83,15 +84,15 @@ qint64 secondsSinceEpoch(const FILETIME& time)
     return qint64(ticks / TICKS_PER_SECOND) - SECONDS_FROM_1601_TO_1970;
 }
 
-ChainRequest requestOf(const FILETIME* time, const CERT_CHAIN_PARA& para)
+PathQuestion questionOf(const FILETIME* time, const CERT_CHAIN_PARA& para)
 {
-    ChainRequest request;
-    request.time = time ? secondsSinceEpoch(*time) : qint64(std::time(nullptr));
+    PathQuestion question;
+    question.time = time ? secondsSinceEpoch(*time) : qint64(std::time(nullptr));
     const CERT_ENHKEY_USAGE& usage = para.RequestedUsage.Usage;
     for (DWORD i = 0; i < usage.cUsageIdentifier; ++i)
-        request.usages.emplace_back(usage.rgpszUsageIdentifier[i]);
-    request.needsAllUsages = para.RequestedUsage.dwType == USAGE_MATCH_TYPE_AND;
-    return request;
+        question.usages.emplace_back(usage.rgpszUsageIdentifier[i]);
+    question.needsAllUsages = para.RequestedUsage.dwType == USAGE_MATCH_TYPE_AND;
+    return question;
 }
 
 // At namespace scope, so that it is there before, and until after, every store of the host.
@@ -123,12 +124,12 @@ BOOL LinuxTrustPlatform::controlStore(HCERTSTORE store, DWORD, DWORD control, co
     return finish(target->control(control, eventOf(event)));
 }
 
-BOOL LinuxTrustPlatform::closeStore(HCERTSTORE store, DWORD flags)
+BOOL LinuxTrustPlatform::closeStore(HCERTSTORE store, DWORD)
 {
     // Like CryptoAPI, which takes a null handle for a store that is closed.
     const std::unique_ptr<PlatformStorePtr> handle(static_cast<PlatformStorePtr*>(store));
     if (handle)
-        (*handle)->close(flags);
+        (*handle)->close();
     return TRUE;
 }
 
@@ -164,6 +165,7 @@ DWORD LinuxTrustPlatform::pollEvent(HANDLE event)
         lastErrorOfThread = ERROR_INVALID_HANDLE;
         return WAIT_FAILED;
     }
+    changeWatcher().lookFor(target);
     return target->take() ? WAIT_OBJECT_0 : WAIT_TIMEOUT;
 }
 
@@ -199,10 +201,11 @@ PCCERT_CONTEXT LinuxTrustPlatform::createCertificateContext(DWORD encodingType, 
 {
     if (!(encodingType & X509_ASN_ENCODING) || !isEncoding(encoded, length))
         return fail(errorCode(E_INVALIDARG));
-    const TrustCertificatePtr certificate = TrustCertificate::fromDer(bytesOf(encoded, length));
-    if (!certificate)
+    const QByteArray der = bytesOf(encoded, length);
+    const std::optional<CertificateOutline> outline = CertificateOutline::of(der);
+    if (!outline || !outline->isDecodable())
         return fail(errorCode(CRYPT_E_ASN1_ERROR));
-    return new CertificateContext(certificate);
+    return new CertificateContext(der, *outline);
 }
 
 BOOL LinuxTrustPlatform::freeCertificateContext(PCCERT_CONTEXT context)
@@ -219,9 +222,9 @@ BOOL LinuxTrustPlatform::addCertificateContextToStore(HCERTSTORE store, PCCERT_C
         return finish(ERROR_INVALID_HANDLE);
     if (!context || disposition < CERT_STORE_ADD_NEW || disposition > CERT_STORE_ADD_ALWAYS)
         return finish(errorCode(E_INVALIDARG));
-    const DWORD error = target->add(ownContext(context), disposition);
+    const DWORD error = target->add(*ownContext(context), disposition);
     if (error == ERROR_SUCCESS && added)
-        *added = new CertificateContext(ownContext(context)->certificate());
+        *added = new CertificateContext(ownContext(context)->der(), ownContext(context)->outline());
     return finish(error);
 }
 
@@ -237,9 +240,11 @@ BOOL LinuxTrustPlatform::getCertificateChain(HCERTCHAINENGINE engine, PCCERT_CON
     const PlatformStorePtr store = storeOf(additionalStore);
     const ChainEngine source = engine ? ChainEngine(*static_cast<ChainEngine*>(engine), store)
                                       : ChainEngine(ChainEngine(rootCache().current(), {}), store);
-    const ChainRequest request = requestOf(time, *para);
-    ChainBuilder builder(source, request);
-    *chainContext = new ChainContext(builder.build(ownContext(context)->certificate()));
+    const std::optional<JudgedPath> path =
+        source.judge(*ownContext(context), questionOf(time, *para));
+    if (!path)
+        return finish(errorCode(CRYPT_E_ASN1_ERROR));
+    *chainContext = new ChainContext(*path);
     return TRUE;
 }
 

@@ -29,6 +29,7 @@ public:
     */
     BOOL registerWait(HANDLE* waitHandle, HANDLE event, WAITORTIMERCALLBACK callback, void* context,
                       DWORD milliseconds, DWORD flags) override;
+    //! Also looks, once in a while, for changes of the roots that nobody has announced.
     DWORD pollEvent(HANDLE event) override;
     BOOL closeHandle(HANDLE handle) override;
 

@@ -3,8 +3,9 @@
 #define FERRULE_PLATFORMSTORE_H
 
 #include "store/platform/CryptoApi.h"
-#include "store/platform/linux/CertificateIndex.h"
 #include "store/platform/linux/Event.h"
+#include "store/validation/DecodedCertificate.h"
+#include "store/validation/WorkBudget.h"
 
 #include <memory>
 #include <vector>
@@ -20,12 +21,18 @@ public:
     PlatformStore() = default;
     virtual ~PlatformStore() = default;
 
-    virtual std::vector<TrustCertificatePtr>
-    issuersOf(const TrustCertificate& certificate) const = 0;
-    virtual DWORD add(CertificateContext* context, DWORD disposition) = 0;
+    //! Decodes what was added since the last time, as far as \a budget goes.
+    virtual void prepare(WorkBudget* budget) = 0;
+    virtual std::vector<DecodedCertificatePtr>
+    issuersOf(const DecodedCertificate& certificate) const = 0;
+    virtual bool isProven(const DecodedCertificatePtr& certificate) const = 0;
+    //! Takes note that \a certificate has stood above another in a path that was in order.
+    virtual void noteProven(const DecodedCertificatePtr& certificate) = 0;
+
+    virtual DWORD add(const CertificateContext& context, DWORD disposition) = 0;
     virtual DWORD control(DWORD control, const EventPtr& event) = 0;
     //! Ends what goes on for the handle; engines may still use the certificates.
-    virtual void close(DWORD flags) = 0;
+    virtual void close() = 0;
 
 private:
     Q_DISABLE_COPY(PlatformStore)

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "store/platform/linux/SystemRootStore.h"
 
-#include "store/platform/linux/ChangeWatcher.h"
-#include "store/platform/linux/RootCache.h"
+#include "store/platform/linux/roots/ChangeWatcher.h"
+#include "store/platform/linux/roots/RootCache.h"
 
 namespace vela {
 
@@ -11,13 +11,27 @@ SystemRootStore::~SystemRootStore()
     changeWatcher().disarmAll(this);
 }
 
-std::vector<TrustCertificatePtr>
-SystemRootStore::issuersOf(const TrustCertificate& certificate) const
+std::vector<DecodedCertificatePtr>
+SystemRootStore::issuersOf(const DecodedCertificate& certificate) const
 {
     return rootCache().current()->certificates.issuersOf(certificate);
 }
 
-DWORD SystemRootStore::add(CertificateContext*, DWORD)
+//! The roots are decoded when they are read, and trusted, which is more than proven.
+void SystemRootStore::prepare(WorkBudget*)
+{
+}
+
+bool SystemRootStore::isProven(const DecodedCertificatePtr&) const
+{
+    return false;
+}
+
+void SystemRootStore::noteProven(const DecodedCertificatePtr&)
+{
+}
+
+DWORD SystemRootStore::add(const CertificateContext&, DWORD)
 {
     return ERROR_ACCESS_DENIED;
 }
@@ -36,7 +50,7 @@ DWORD SystemRootStore::control(DWORD control, const EventPtr& event)
     }
 }
 
-void SystemRootStore::close(DWORD)
+void SystemRootStore::close()
 {
     changeWatcher().disarmAll(this);
 }

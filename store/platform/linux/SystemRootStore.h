@@ -13,10 +13,14 @@ public:
     SystemRootStore() = default;
     ~SystemRootStore() override;
 
-    std::vector<TrustCertificatePtr> issuersOf(const TrustCertificate& certificate) const override;
-    DWORD add(CertificateContext* context, DWORD disposition) override;
+    void prepare(WorkBudget* budget) override;
+    std::vector<DecodedCertificatePtr>
+    issuersOf(const DecodedCertificate& certificate) const override;
+    bool isProven(const DecodedCertificatePtr& certificate) const override;
+    void noteProven(const DecodedCertificatePtr& certificate) override;
+    DWORD add(const CertificateContext& context, DWORD disposition) override;
     DWORD control(DWORD control, const EventPtr& event) override;
-    void close(DWORD flags) override;
+    void close() override;
 
 private:
     DWORD notifyChange(const EventPtr& event);

@@ -128,11 +128,11 @@ ChainClient::~ChainClient()
 
 void ChainClient::add(const QByteArray& certificate)
 {
-    // Not freed, as the system store does not either: closing the store by force has to.
-    require(m_platform.addCertificateContextToStore(m_extraStore,
-                                                    makeContext(m_platform, certificate),
+    const PCCERT_CONTEXT context = makeContext(m_platform, certificate);
+    require(m_platform.addCertificateContextToStore(m_extraStore, context,
                                                     CERT_STORE_ADD_REPLACE_EXISTING, nullptr),
             "addCertificateContextToStore");
+    m_platform.freeCertificateContext(context);
 }
 
 void ChainClient::reset()

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "tests/store/platform/ImportedRoots.h"
 
+#include <csignal>
+
 namespace test {
 
 namespace {
@@ -22,7 +24,39 @@ void withStored(const QByteArray& der, Use use)
 
 } // namespace
 
+ImportedRoots* ImportedRoots::current = nullptr;
+
+ImportedRoots::ImportedRoots()
+{
+    current = this;
+    std::signal(SIGABRT, removeAndAbort);
+}
+
 ImportedRoots::~ImportedRoots()
+{
+    remove();
+    current = nullptr;
+}
+
+void ImportedRoots::removeAndAbort(int)
+{
+    if (current)
+        current->remove();
+}
+
+void ImportedRoots::removeLeftovers(const QByteArray& text)
+{
+    const HCERTSTORE store = CertOpenSystemStoreW(0, L"ROOT");
+    while (PCCERT_CONTEXT const found = CertFindCertificateInStore(
+               store, X509_ASN_ENCODING, 0, CERT_FIND_SUBJECT_STR_A, text.constData(), nullptr)) {
+        if (!CertDeleteCertificateFromStore(found))
+            break;
+    }
+    CertControlStore(store, 0, CERT_STORE_CTRL_COMMIT, nullptr);
+    CertCloseStore(store, 0);
+}
+
+void ImportedRoots::remove()
 {
     for (const QByteArray& der : qAsConst(m_expected)) {
         withStored(der, [](PCCERT_CONTEXT found) {

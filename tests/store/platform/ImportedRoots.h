@@ -11,13 +11,17 @@ namespace test {
 
 /*!
     Takes roots of a test out of the user's "ROOT" store again, where the system has no environment
-    variable that would show it another one.
+    variable that would show it another one; also when the program is aborted, as it is by what is
+    fatal for a test. One at a time.
 */
 class ImportedRoots
 {
 public:
-    ImportedRoots() = default;
+    ImportedRoots();
     ~ImportedRoots();
+
+    //! Removes what programs that were ended otherwise have left: all whose names hold \a text.
+    static void removeLeftovers(const QByteArray& text);
 
     //! Whether the store holds \a der.
     static bool contains(const QByteArray& der);
@@ -28,6 +32,10 @@ public:
 private:
     Q_DISABLE_COPY(ImportedRoots)
 
+    static void removeAndAbort(int signal);
+    void remove();
+
+    static ImportedRoots* current;
     QList<QByteArray> m_expected;
 };
 

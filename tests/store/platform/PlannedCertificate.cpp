@@ -5,6 +5,7 @@
 
 #include <openssl/conf.h>
 #include <openssl/err.h>
+#include <openssl/rsa.h>
 #include <openssl/x509v3.h>
 
 namespace test {
@@ -42,6 +43,16 @@ void addMailAddress(X509* x509, QByteArray address)
             "X509_NAME_add_entry_by_NID");
 }
 
+void signWithPss(X509* x509, EVP_PKEY* key, const EVP_MD* digest)
+{
+    EVP_MD_CTX* const context = EVP_MD_CTX_create();
+    EVP_PKEY_CTX* padding = nullptr;
+    require(EVP_DigestSignInit(context, &padding, digest, nullptr, key) == 1, "EVP_DigestSignInit");
+    require(EVP_PKEY_CTX_set_rsa_padding(padding, RSA_PKCS1_PSS_PADDING) == 1, "RSA padding");
+    require(X509_sign_ctx(x509, context) > 0, "X509_sign_ctx");
+    EVP_MD_CTX_destroy(context);
+}
+
 CertificatePlan planOf(const QString& name, QList<QPair<QByteArray, QByteArray>> extensions,
                        const QList<QPair<QByteArray, QByteArray>>& more)
 {
@@ -77,6 +88,7 @@ PlannedCertificate::PlannedCertificate(const CertificatePlan& plan,
 {
     CertificateSpec spec;
     spec.commonName = plan.name;
+    spec.subject = plan.subject;
     spec.notBeforeOffset = plan.notBeforeOffset;
     spec.notAfterOffset = plan.notAfterOffset;
     spec.notAfterText = plan.notAfterText;
@@ -95,7 +107,10 @@ PlannedCertificate::PlannedCertificate(const CertificatePlan& plan,
     for (const auto& extension : plan.extensions)
         addExtension(x509(), actualIssuer.x509(), extension.first, extension.second);
     const PlannedCertificate& signer = plan.signedBy ? *plan.signedBy : actualIssuer;
-    require(X509_sign(x509(), signer.key(), plan.digest) > 0, "X509_sign");
+    if (plan.isPss)
+        signWithPss(x509(), signer.key(), plan.digest);
+    else
+        require(X509_sign(x509(), signer.key(), plan.digest) > 0, "X509_sign");
 }
 
 } // namespace test

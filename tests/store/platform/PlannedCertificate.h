@@ -16,6 +16,8 @@ constexpr qint64 DAY = 86400;
 struct CertificatePlan
 {
     QString name;
+    //! When not empty, the whole subject, as (short name, value); the name is not used.
+    QList<QPair<QByteArray, QByteArray>> subject;
     //! Name and value as in OpenSSL's configuration files.
     QList<QPair<QByteArray, QByteArray>> extensions;
     QByteArray mailAddress;            //!< In the subject; none if empty.
@@ -26,6 +28,7 @@ struct CertificatePlan
     QByteArray serialHex = "01";
     KeyType keyType = KeyType::EcP256;
     const EVP_MD* digest = EVP_sha256();          //!< Older ones need an issuer with an RSA key.
+    bool isPss = false;                           //!< Signed by RSA with PSS padding.
     const PlannedCertificate* keyOf = nullptr;    //!< Whose key it certifies; a new one without.
     const PlannedCertificate* signedBy = nullptr; //!< Whose key signs it; the issuer's without.
 };

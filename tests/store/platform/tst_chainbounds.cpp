@@ -71,6 +71,7 @@ private Q_SLOTS:
     void manyIssuersOfOneNameEnd();
     void longChainEnds();
     void issuersOfferedLastAreTriedFirst();
+    void strangersDoNotKeepAStoreFromWhatIsProven();
     void policiesAreEvaluatedOnlyWhereDemanded_data();
     void policiesAreEvaluatedOnlyWhereDemanded();
 
@@ -206,6 +207,33 @@ void ChainBoundsTest::issuersOfferedLastAreTriedFirst()
         m_client->add(fake.der());
     }
     m_client->add(genuine.der());
+    QCOMPARE(errorNames(ask(leaf).errors), QStringList());
+    QCOMPARE(verifiedSignatures, 3);
+}
+
+/*
+    Namesakes of an intermediate that was in a valid chain: the certificates that it has issued stay
+    valid, though nobody sends it along any more.
+*/
+void ChainBoundsTest::strangersDoNotKeepAStoreFromWhatIsProven()
+{
+    const QList<QPair<QByteArray, QByteArray>> sameId = {{"subjectKeyIdentifier", "01020304"}};
+    const PlannedCertificate root(authorityPlan(QStringLiteral("Root")));
+    const PlannedCertificate genuine(authorityPlan(QStringLiteral("Intermediate"), sameId), &root);
+    const PlannedCertificate key(authorityPlan(QStringLiteral("Other")));
+    const PlannedCertificate leaf(leafPlan(QStringLiteral("leaf")), &genuine);
+    trust(root);
+    m_client->add(genuine.der());
+    QCOMPARE(errorNames(ask(leaf).errors), QStringList());
+    for (int i = 0; i < 3 * MAX_SIGNATURES; ++i) {
+        const PlannedCertificate fake(
+            withKeyOf(authorityPlan(QStringLiteral("Intermediate"), sameId), key,
+                      QByteArray::number(1000 + i)),
+            &root);
+        m_client->add(fake.der());
+    }
+    const PlannedCertificate stranger(leafPlan(QStringLiteral("stranger")), &key);
+    QVERIFY(ask(stranger).errors != CERT_TRUST_NO_ERROR);
     QCOMPARE(errorNames(ask(leaf).errors), QStringList());
     QCOMPARE(verifiedSignatures, 3);
 }

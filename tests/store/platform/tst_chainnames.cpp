@@ -31,13 +31,20 @@ Extensions extension(const char* name, const QByteArray& value)
     return value.isEmpty() ? Extensions() : Extensions{{name, value}};
 }
 
-//! Returns the errors of a leaf that is made by \a leaf under an authority with \a constraints.
-QByteArray errorsOf(const QByteArray& constraints, const test::CertificatePlan& leaf)
+//! A plan without a common name, which would be held against constraints.
+test::CertificatePlan nameless(test::CertificatePlan plan)
 {
+    plan.subject = {{"O", plan.name.toLatin1()}};
+    return plan;
+}
+
+//! Returns the errors of a leaf that is made by \a leaf under an authority with \a constraints.
+QByteArray errorsOf(const QByteArray& constraints, const test::CertificatePlan& leaf,
+                    test::CertificatePlan authority)
+{
+    authority.extensions += extension("nameConstraints", constraints);
     const PlannedCertificate root(authorityPlan(QStringLiteral("Root")));
-    const PlannedCertificate intermediate(
-        authorityPlan(QStringLiteral("Intermediate"), extension("nameConstraints", constraints)),
-        &root);
+    const PlannedCertificate intermediate(authority, &root);
     const PlannedCertificate certificate(leaf, &intermediate);
     test::TrustedRoots roots;
     roots.setRoots({root.der()});
@@ -49,12 +56,19 @@ QByteArray errorsOf(const QByteArray& constraints, const test::CertificatePlan& 
     return errorNames(answer.errors).join(QLatin1Char(' ')).toLatin1();
 }
 
+QByteArray errorsOf(const QByteArray& constraints, const test::CertificatePlan& leaf)
+{
+    return errorsOf(constraints, leaf, nameless(authorityPlan(QStringLiteral("Intermediate"))));
+}
+
 void row(const char* name, const char* constraints, const char* names, const char* errors)
 {
     QTest::newRow(name) << QByteArray(constraints) << QByteArray(names) << QByteArray(errors);
 }
 
 } // namespace
+
+Q_DECLARE_METATYPE(Extensions)
 
 class ChainNamesTest : public QObject
 {
@@ -63,8 +77,9 @@ class ChainNamesTest : public QObject
 private Q_SLOTS:
     void constraintIsHeldAgainstNames_data();
     void constraintIsHeldAgainstNames();
-    void commonNameIsAHostNameWhereThereIsNoOther_data();
-    void commonNameIsAHostNameWhereThereIsNoOther();
+    void textTakenForAHostNameIsHeldAgainstConstraints_data();
+    void textTakenForAHostNameIsHeldAgainstConstraints();
+    void commonNameOfTheIssuerCountsWhereThereIsNoOther();
     void mailAddressInTheSubjectCounts();
     void namesOfAnAuthorityAreHeldAgainstTheOnesAbove();
     void selfIssuedAuthorityIsExempt();
@@ -210,36 +225,83 @@ void ChainNamesTest::constraintIsHeldAgainstNames()
     QFETCH(QByteArray, constraints);
     QFETCH(QByteArray, names);
     QFETCH(QByteArray, errors);
-    QCOMPARE(
-        errorsOf(constraints, leafPlan(QStringLiteral("leaf"), extension("subjectAltName", names))),
-        errors);
+    const auto plan = leafPlan(QStringLiteral("leaf"), extension("subjectAltName", names));
+    QCOMPARE(errorsOf(constraints, nameless(plan)), errors);
 }
 
-void ChainNamesTest::commonNameIsAHostNameWhereThereIsNoOther_data()
+void ChainNamesTest::textTakenForAHostNameIsHeldAgainstConstraints_data()
 {
-    QTest::addColumn<QString>("commonName");
+    QTest::addColumn<QByteArray>("constraints");
+    QTest::addColumn<Extensions>("subject");
     QTest::addColumn<QByteArray>("names");
     QTest::addColumn<QByteArray>("errors");
-    const auto add = [](const char* commonName, const char* names, const char* errors) {
-        QTest::addRow("%s beside \"%s\"", commonName, names)
-            << QString::fromLatin1(commonName) << QByteArray(names) << QByteArray(errors);
+    const auto add = [](const char* name, const char* constraints, const Extensions& subject,
+                        const char* names, const char* errors) {
+        QTest::newRow(name) << QByteArray(constraints) << subject << QByteArray(names)
+                            << QByteArray(errors);
     };
-    add("example.org", "", NOT_PERMITTED);
-    add("a.example.com", "", "");
-    add("example.org", "IP:192.0.2.1", NOT_PERMITTED);
-    add("example.org", "DNS:example.com", "");
-    add("example", "", "");
-    add("Example, Inc.", "", "");
+    const auto common = [](const char* value) { return Extensions{{"CN", value}}; };
+    const char* const host = "critical,permitted;DNS:example.com";
+    const char* const noHost = "excluded;DNS:bank.com";
+    const char* const address = "permitted;IP:192.0.2.0/255.255.255.0";
+    add("within", host, common("www.example.com"), "", "");
+    add("within, other case", host, common("WWW.Example.com"), "", "");
+    add("elsewhere", host, common("bank.com"), "", NOT_PERMITTED);
+    add("elsewhere beside a name within", host, common("bank.com"), "DNS:www.example.com",
+        NOT_PERMITTED);
+    add("elsewhere beside an address", host, common("bank.com"), "IP:192.0.2.1", NOT_PERMITTED);
+    add("pattern within", host, common("*.example.com"), "", "");
+    add("pattern elsewhere", host, common("*.bank.com"), "DNS:www.example.com", NOT_PERMITTED);
+    add("one label", host, common("intranet"), "DNS:www.example.com", NOT_PERMITTED);
+    add("address", host, common("10.0.0.1"), "DNS:www.example.com", NOT_PERMITTED);
+    add("address of version 6", host, common("2001:db8::1"), "", NOT_PERMITTED);
+    add("short form of an address", host, common("10.1"), "", INVALID);
+    add("final period", host, common("bank.com."), "DNS:www.example.com", INVALID);
+    add("final period, within", host, common("www.example.com."), "", INVALID);
+    add("no host name", host, common("Example, Inc."), "", INVALID);
+    add("behind a slash", host, {{"O", "x/CN=bank.com"}}, "DNS:www.example.com", NOT_PERMITTED);
+    add("behind a slash of another", host, common("www.example.com/CN=bank.com"), "",
+        NOT_PERMITTED);
+    add("first of two", host, {{"CN", "bank.com"}, {"CN", "www.example.com"}}, "", NOT_PERMITTED);
+    add("none", host, {{"O", "bank.com"}}, "", "");
+    add("excluded", noHost, common("www.bank.com"), "DNS:example.com", EXCLUDED);
+    add("pattern that takes in an excluded one", "excluded;DNS:a.bank.com", common("*.bank.com"),
+        "", EXCLUDED);
+    add("not excluded", noHost, common("example.com"), "", "");
+    add("address where hosts are excluded", noHost, common("10.0.0.1"), "", "");
+    add("not excluded, final period", noHost, common("bank.com."), "", INVALID);
+    add("address within", address, common("192.0.2.7"), "", "");
+    add("address elsewhere", address, common("10.0.0.1"), "IP:192.0.2.7", NOT_PERMITTED);
+    add("host where addresses are limited", address, common("bank.com"), "", "");
+    add("neither where addresses are limited", address, common("10.0.0.1."), "", INVALID);
+    add("excluded address of version 6",
+        "excluded;IP:2001:db8::/ffff:ffff::", common("2001:DB8::1"), "", EXCLUDED);
+    add("constraints for others", "permitted;email:example.com", common("bank.com"), "", "");
 }
 
-void ChainNamesTest::commonNameIsAHostNameWhereThereIsNoOther()
+void ChainNamesTest::textTakenForAHostNameIsHeldAgainstConstraints()
 {
-    QFETCH(QString, commonName);
+    QFETCH(QByteArray, constraints);
+    QFETCH(Extensions, subject);
     QFETCH(QByteArray, names);
     QFETCH(QByteArray, errors);
-    QCOMPARE(errorsOf("permitted;DNS:example.com",
-                      leafPlan(commonName, extension("subjectAltName", names))),
-             errors);
+    test::CertificatePlan plan =
+        leafPlan(QStringLiteral("leaf"), extension("subjectAltName", names));
+    plan.subject = subject;
+    QCOMPARE(errorsOf(constraints, plan), errors);
+    // That it calls itself an authority makes no difference for who connects to it.
+    plan.extensions += extension("basicConstraints", "critical,CA:TRUE");
+    QCOMPARE(errorsOf(constraints, plan), errors);
+}
+
+//! Where the subject has no common name, clients take the issuer's.
+void ChainNamesTest::commonNameOfTheIssuerCountsWhereThereIsNoOther()
+{
+    const auto issuer = authorityPlan(QStringLiteral("bank.com"));
+    const auto named = leafPlan(QStringLiteral("www.example.com"));
+    QCOMPARE(errorsOf("permitted;DNS:example.com", named, issuer), QByteArray());
+    QCOMPARE(errorsOf("permitted;DNS:example.com", nameless(named), issuer),
+             QByteArray(NOT_PERMITTED));
 }
 
 void ChainNamesTest::mailAddressInTheSubjectCounts()
@@ -258,7 +320,7 @@ void ChainNamesTest::namesOfAnAuthorityAreHeldAgainstTheOnesAbove()
     const PlannedCertificate intermediate(
         authorityPlan(QStringLiteral("Intermediate"), {{"subjectAltName", "DNS:example.org"}}),
         &root);
-    const PlannedCertificate leaf(leafPlan(QStringLiteral("leaf")), &intermediate);
+    const PlannedCertificate leaf(leafPlan(QStringLiteral("www.example.com")), &intermediate);
     test::TrustedRoots roots;
     roots.setRoots({root.der()});
     test::ChainClient client;
@@ -274,7 +336,8 @@ void ChainNamesTest::selfIssuedAuthorityIsExempt()
     const PlannedCertificate rollover(
         authorityPlan(QStringLiteral("Root"), {{"subjectAltName", "DNS:example.org"}}), &root);
     const PlannedCertificate leaf(
-        leafPlan(QStringLiteral("leaf"), {{"subjectAltName", "DNS:example.com"}}), &rollover);
+        leafPlan(QStringLiteral("www.example.com"), {{"subjectAltName", "DNS:example.com"}}),
+        &rollover);
     test::TrustedRoots roots;
     roots.setRoots({root.der()});
     test::ChainClient client;
@@ -293,7 +356,7 @@ void ChainNamesTest::constraintsOfTheEndCertificateConcernNobody()
 //! A reader that sees no names in it would find none that is not permitted.
 void ChainNamesTest::alternativeNamesThatCannotBeDecodedAreAnError()
 {
-    const auto plan = leafPlan(QStringLiteral("leaf"), {{"subjectAltName", "DER:0500"}});
+    const auto plan = nameless(leafPlan(QStringLiteral("leaf"), {{"subjectAltName", "DER:0500"}}));
     QCOMPARE(errorsOf("permitted;DNS:example.com", plan), QByteArray("INVALID_EXTENSION"));
 }
 
@@ -306,7 +369,7 @@ void ChainNamesTest::moreNamesThanCanBeComparedAreInvalid()
     };
     const QByteArray constraints = repeated("excluded;DNS:example.org,", CONSTRAINTS);
     const auto leafWith = [&repeated](int nameCount) {
-        return leafPlan(QStringLiteral("leaf"),
+        return leafPlan(QStringLiteral("example.com"),
                         {{"subjectAltName", repeated("DNS:example.com,", nameCount)}});
     };
     // The subject is a name, too.

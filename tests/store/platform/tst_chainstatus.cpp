@@ -12,6 +12,8 @@
 #include <QtCore/QDateTime>
 #include <QtTest/QtTest>
 
+#include <openssl/err.h>
+
 using test::authorityPlan;
 using test::CertificatePlan;
 using test::ChainAnswer;
@@ -50,6 +52,26 @@ void signWithMd5(CertificatePlan* issuer, CertificatePlan* certificate)
 {
     issuer->keyType = test::KeyType::Rsa2048;
     certificate->digest = EVP_md5();
+}
+
+//! The same with PSS padding, which keeps its digest in parameters.
+CertificatePlan pssSignedWith(const EVP_MD* digest, CertificatePlan* issuer, CertificatePlan plan)
+{
+    issuer->keyType = test::KeyType::Rsa2048;
+    plan.digest = digest;
+    plan.isPss = true;
+    return plan;
+}
+
+//! Returns the digest \a name if the engine can compute it; it may know more than that.
+const EVP_MD* digestCalled(const char* name)
+{
+    OpenSSL_add_all_digests();
+    const EVP_MD* const digest = EVP_get_digestbyname(name);
+    unsigned char result[EVP_MAX_MD_SIZE];
+    const bool isUsable = digest && EVP_Digest("", 0, result, nullptr, digest, nullptr) == 1;
+    ERR_clear_error();
+    return isUsable ? digest : nullptr;
 }
 
 CertificatePlan signedBy(CertificatePlan plan, const PlannedCertificate& stranger)
@@ -176,6 +198,25 @@ void ChainStatusTest::everyErrorIsReportedWhereItIs_data()
         "NOT_SIGNATURE_VALID");
     row("leaf signed with MD5", change([](Plans& p) { signWithMd5(&p.intermediate, &p.leaf); }),
         "HAS_WEAK_SIGNATURE");
+    for (const char* name : {"MD5", "MD4"}) {
+        const EVP_MD* const digest = digestCalled(name);
+        if (digest)
+            row(QByteArray("leaf signed by PSS with ").append(name).constData(),
+                change([digest](Plans& p) {
+                    p.leaf = pssSignedWith(digest, &p.intermediate, p.leaf);
+                }),
+                "HAS_WEAK_SIGNATURE");
+    }
+    for (const EVP_MD* digest : {EVP_sha1(), EVP_sha256()})
+        row(QByteArray("leaf signed by PSS with ").append(EVP_MD_name(digest)).constData(),
+            change([digest](Plans& p) { p.leaf = pssSignedWith(digest, &p.intermediate, p.leaf); }),
+            "");
+    if (const EVP_MD* const digest = digestCalled("SHA"))
+        row("leaf signed with SHA-0", change([digest](Plans& p) {
+                p.intermediate.keyType = test::KeyType::Rsa2048;
+                p.leaf.digest = digest;
+            }),
+            "HAS_WEAK_SIGNATURE");
     row("leaf with a short RSA key",
         change([](Plans& p) { p.leaf.keyType = test::KeyType::Rsa512; }), "HAS_WEAK_SIGNATURE");
     row("intermediate with a short RSA key",

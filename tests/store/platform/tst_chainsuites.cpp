@@ -85,8 +85,12 @@ const Deviation DEVIATIONS[] = {
      "As before."},
     {"bssl::target-msapplicationpolicies-and-eku/main", "HAS_NOT_SUPPORTED_CRITICAL_EXT",
      "Application policies are not evaluated, so that a critical one is refused."},
-    {"bssl::many-names/ok-all-types", "INVALID_NAME_CONSTRAINTS",
-     "URIs count, too, when there are too many names to compare."},
+    {"bssl::many-names/ok-all-types", "HAS_NOT_PERMITTED_NAME_CONSTRAINT INVALID_NAME_CONSTRAINTS",
+     "URIs count, too, when there are too many names to compare; and see the next."},
+    {"pkits::4.13.30", "INVALID_NAME_CONSTRAINTS",
+     "A common name can be taken for the host name, so that constraints for hosts hold for it; one "
+     "with blanks in it is no host name that could be held against them."},
+    {"pkits::4.13.32", "INVALID_NAME_CONSTRAINTS", "As before."},
     {"x509test::ok-inherited-keyparams", "NOT_SIGNATURE_VALID",
      "A DSA key without parameters is none: what it stood for would depend on the path."},
     {"pkits::4.1.5", "NOT_SIGNATURE_VALID", "As before."},
@@ -94,8 +98,9 @@ const Deviation DEVIATIONS[] = {
      "A rule for issuing: constraints that are not critical hold as well."},
     {"limbo::rfc5280::nc::not-allowed-in-ee-critical", "",
      "A rule for issuing: constraints of an end certificate concern nobody."},
-    {"limbo::rfc5280::nc::invalid-dnsname-leading-period", "",
-     "A constraint with a leading period is common, and means the hosts below."},
+    {"limbo::rfc5280::nc::invalid-dnsname-leading-period", "HAS_NOT_PERMITTED_NAME_CONSTRAINT",
+     "A constraint with a leading period is common, and means the hosts below; the common name is "
+     "the host itself."},
 };
 
 /*!

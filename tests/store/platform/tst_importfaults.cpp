@@ -128,6 +128,9 @@ private Q_SLOTS:
     void pipeIsReplacedWithoutWaiting();
     void linkIsReplacedAndItsTargetStays_data();
     void linkIsReplacedAndItsTargetStays();
+    void plantedLinkIsNotFollowed_data();
+    void plantedLinkIsNotFollowed();
+    void linkAboveTheUsersDataIsFollowed();
     void writingGoesOnAfterAnInterruption();
     void successLeavesNoLine();
 
@@ -294,6 +297,41 @@ void ImportFaultsTest::linkIsReplacedAndItsTargetStays()
     QCOMPARE(contentOf(path()), test::toPem(m_der));
     QCOMPARE(contentOf(target), content);
     QCOMPARE(files().size(), 1);
+}
+
+void ImportFaultsTest::plantedLinkIsNotFollowed_data()
+{
+    QTest::addColumn<QString>("link");
+    QTest::newRow("the directory of roots") << QStringLiteral("/ferrule/roots");
+    QTest::newRow("the one above") << QStringLiteral("/ferrule");
+}
+
+//! Somebody else has made the link, to a directory where this process may do what he may not.
+void ImportFaultsTest::plantedLinkIsNotFollowed()
+{
+    QFETCH(QString, link);
+    const QString data = m_roots->path(QStringLiteral("planted"));
+    const QString target = m_roots->path(QStringLiteral("target"));
+    QVERIFY(QDir().mkpath(target) && QDir().mkpath(QFileInfo(data + link).path()));
+    QCOMPARE(chmod(QFile::encodeName(target).constData(), 0755), 0);
+    QVERIFY(QFile::link(target, data + link));
+    m_roots->environment().set("XDG_DATA_HOME", QFile::encodeName(data));
+    QVERIFY(!import());
+    QCOMPARE(m_log->text(), line(ERROR_ACCESS_DENIED));
+    QCOMPARE(modeOf(target), mode_t(S_IFDIR | 0755));
+    QVERIFY(QDir(target).isEmpty());
+}
+
+//! That is where the user wants the data of programs.
+void ImportFaultsTest::linkAboveTheUsersDataIsFollowed()
+{
+    const QString target = m_roots->path(QStringLiteral("target"));
+    QVERIFY(QDir().mkpath(target));
+    QVERIFY(QFile::link(target, m_roots->path(QStringLiteral("link to data"))));
+    m_roots->environment().set("XDG_DATA_HOME",
+                               QFile::encodeName(m_roots->path(QStringLiteral("link to data"))));
+    QVERIFY(import());
+    QCOMPARE(QDir(target + QStringLiteral("/ferrule/roots")).count(), 3U); // And two periods.
 }
 
 void ImportFaultsTest::writingGoesOnAfterAnInterruption()

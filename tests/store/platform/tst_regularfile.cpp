@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "TrustedRoots.h"
 
-#include "store/platform/linux/RegularFile.h"
+#include "store/platform/linux/roots/RegularFile.h"
 
 #include <QtCore/QDir>
 #include <QtCore/QFile>

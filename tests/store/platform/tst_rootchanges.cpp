@@ -11,13 +11,18 @@
 #include "SignalCounter.h"
 #include "TrustedRoots.h"
 
-#include "store/platform/linux/RootLocations.h"
+#include "store/platform/linux/roots/ChangeWatcher.h"
+#include "store/platform/linux/roots/RootLocations.h"
+#include "tests/store/StoreCertificates.h"
+
+#include <Ferrule/WinCertStore.h>
 
 #include <QtCore/QDir>
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
 #include <QtTest/QtTest>
 
+#include <cstdio>
 #include <functional>
 #include <memory>
 
@@ -61,6 +66,27 @@ void addToDirectory(test::TrustedRoots& roots)
     test::writeFile(certificateDirectory(roots) + name, test::toPem(newRoot()));
 }
 
+//! Roots that are reached by a link two directories above them.
+void linkHigherUp(test::TrustedRoots& roots)
+{
+    for (const char* name : {"one", "other"}) {
+        test::writeFile(roots.path(QStringLiteral("deep/") + QLatin1String(name)
+                                   + QStringLiteral("/certs/ca.pem")),
+                        test::toPem(newRoot()));
+    }
+    QVERIFY(QFile::link(QStringLiteral("one"), roots.path(QStringLiteral("deep/current"))));
+}
+
+//! In one step, as tools for the purpose do.
+void switchLinkHigherUp(test::TrustedRoots& roots)
+{
+    const QString next = roots.path(QStringLiteral("deep/next"));
+    QVERIFY(QFile::link(QStringLiteral("other"), next));
+    QCOMPARE(std::rename(QFile::encodeName(next).constData(),
+                         QFile::encodeName(roots.path(QStringLiteral("deep/current"))).constData()),
+             0);
+}
+
 void nothing(test::TrustedRoots&)
 {
 }
@@ -95,8 +121,12 @@ private Q_SLOTS:
     void notificationNeedsAnEvent();
     void otherControlsAreRefused();
     void changeRightAfterReadingShows();
+    void changeThatNobodyAnnouncesIsFoundByAQuestion();
 
 private:
+    //! The watcher compares once after it was armed, which would find a change that nobody watches.
+    //! Too short a wait can only let a test pass.
+    static void letTheFirstLookPass();
     //! Lets the watcher pass twice over all that has happened so far.
     void letTheWatcherPass();
 
@@ -113,6 +143,11 @@ void RootChangesTest::init()
 void RootChangesTest::cleanup()
 {
     m_roots.reset();
+}
+
+void RootChangesTest::letTheFirstLookPass()
+{
+    QTest::qWait(int(3 * vela::ChangeWatcher::SETTLE_TIME.count()));
 }
 
 void RootChangesTest::letTheWatcherPass()
@@ -170,6 +205,23 @@ void RootChangesTest::changeIsSignalledOnce_data()
                                 roots.path(QStringLiteral("current"))));
         });
     row(
+        "other target for a link higher up on the way to a bundle",
+        [](test::TrustedRoots& roots) {
+            linkHigherUp(roots);
+            QFile::remove(roots.bundlePath());
+            QVERIFY(QFile::link(roots.path(QStringLiteral("deep/current/certs/ca.pem")),
+                                roots.bundlePath()));
+        },
+        switchLinkHigherUp);
+    row(
+        "other target for a link higher up on the way to a directory",
+        [](test::TrustedRoots& roots) {
+            linkHigherUp(roots);
+            roots.environment().set("SSL_CERT_DIR", QFile::encodeName(roots.path(
+                                                        QStringLiteral("deep/current/certs"))));
+        },
+        switchLinkHigherUp);
+    row(
         "file behind a link replaced",
         [](test::TrustedRoots& roots) {
             test::writeFile(roots.path(QStringLiteral("elsewhere/file.pem")),
@@ -195,6 +247,7 @@ void RootChangesTest::changeIsSignalledOnce()
     QFETCH(Action, change);
     prepare(*m_roots);
     WatchedStore store;
+    letTheFirstLookPass();
     change(*m_roots);
     QVERIFY(store.waitFor(1));
     letTheWatcherPass();
@@ -343,6 +396,36 @@ void RootChangesTest::changeRightAfterReadingShows()
         test::writeFile(m_roots->bundlePath(), pem);
         QVERIFY(!(vela::RootLocations::fromEnvironment().files() == before));
     }
+}
+
+/*
+    Of a directory far above that is replaced the system tells nobody who watches the ones below, as
+    it tells nobody of what happens at the other end of a network.
+*/
+void RootChangesTest::changeThatNobodyAnnouncesIsFoundByAQuestion()
+{
+    constexpr int PATIENCE = 20000;
+    const PlannedCertificate root(leafPlan(QStringLiteral("withdrawn")));
+    const auto write = [this, &root](const char* directory, const QByteArray& der) {
+        test::writeFile(m_roots->path(QStringLiteral("mount/") + QLatin1String(directory))
+                            + QStringLiteral("/a/b/ca.pem"),
+                        test::toPem(der));
+    };
+    write("here", root.der());
+    write("next", newRoot());
+    m_roots->environment().set("SSL_CERT_DIR", "");
+    m_roots->environment().set(
+        "SSL_CERT_FILE", QFile::encodeName(m_roots->path(QStringLiteral("mount/here/a/b/ca.pem"))));
+    vela::WinCertStore store(nullptr);
+    vela::SslCertificateChain chain;
+    chain << test::parse(test::toPem(root.der()));
+    QCOMPARE(store.verify(chain), vela::VerifyOk);
+    letTheFirstLookPass();
+    QVERIFY(QDir().rename(m_roots->path(QStringLiteral("mount/here")),
+                          m_roots->path(QStringLiteral("mount/away"))));
+    QVERIFY(QDir().rename(m_roots->path(QStringLiteral("mount/next")),
+                          m_roots->path(QStringLiteral("mount/here"))));
+    QTRY_COMPARE_WITH_TIMEOUT(store.verify(chain), vela::VerifySelfSigned, PATIENCE);
 }
 
 QTEST_GUILESS_MAIN(RootChangesTest)

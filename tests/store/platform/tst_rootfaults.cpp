@@ -9,8 +9,8 @@
 #include "PlannedCertificate.h"
 #include "TrustedRoots.h"
 
-#include "store/platform/linux/RootCache.h"
-#include "store/platform/linux/RootReport.h"
+#include "store/platform/linux/roots/RootCache.h"
+#include "store/platform/linux/roots/RootReport.h"
 #include "tests/common/LogStream.h"
 
 #include <QtCore/QDir>

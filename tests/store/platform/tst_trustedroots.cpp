@@ -8,10 +8,11 @@
 #include "PlannedCertificate.h"
 #include "TrustedRoots.h"
 
-#include "store/platform/linux/RootCache.h"
+#include "store/platform/linux/roots/RootCache.h"
 #include "tests/common/OpenSslCommand.h"
 
 #include <QtCore/QDir>
+#include <QtCore/QElapsedTimer>
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
 #include <QtTest/QtTest>
@@ -19,6 +20,12 @@
 #include <openssl/x509.h>
 
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <thread>
 
 using test::leafPlan;
 using test::PlannedCertificate;
@@ -69,6 +76,7 @@ private Q_SLOTS:
     void everyCertificateOfTheBundleIsTrusted();
     void damagedCertificateInTheBundleCostsOnlyItself();
     void otherThingsInTheBundleArePassedOver();
+    void encryptedBlockAsksNobody();
     void fileAndDirectoryOfTheEnvironmentBothCount();
     void severalDirectoriesCount();
     void environmentReplacesTheSystemsRootsAsAWhole_data();
@@ -123,6 +131,46 @@ void TrustedRootsTest::otherThingsInTheBundleArePassedOver()
     roots.setBundle("Comment\n-----BEGIN X509 CRL-----\nMAA=\n-----END X509 CRL-----\n"
                     + test::toPem(one));
     QVERIFY(isTrusted(one));
+}
+
+/*
+    OpenSSL's own answer to an encrypted block is to ask for the pass phrase: whoever sits at the
+    terminal, or else whatever is at the other end of the standard input. Here, that says nothing.
+*/
+void TrustedRootsTest::encryptedBlockAsksNobody()
+{
+    constexpr int PATIENCE = 20000;
+    const QByteArray one = selfSigned(QStringLiteral("one"));
+    QByteArray encrypted = test::toPem(selfSigned(QStringLiteral("other")));
+    encrypted.insert(encrypted.indexOf('\n') + 1,
+                     "Proc-Type: 4,ENCRYPTED\nDEK-Info: DES-EDE3-CBC,0123456789ABCDEF\n\n");
+    test::TrustedRoots roots;
+    roots.setBundle(encrypted + test::toPem(one));
+    int input[2];
+    QCOMPARE(pipe(input), 0);
+    const pid_t child = fork();
+    if (child == 0) {
+        setsid(); // From a process of its own session no terminal can be reached.
+        dup2(input[0], STDIN_FILENO);
+        _exit(isTrusted(one) ? 0 : 1);
+    }
+    int status = -1;
+    const auto hasEnded = [&] { return waitpid(child, &status, WNOHANG) == child; };
+    QElapsedTimer timer;
+    timer.start();
+    bool isOver = false;
+    while (!isOver && timer.elapsed() < PATIENCE) {
+        isOver = hasEnded();
+        std::this_thread::sleep_for(std::chrono::milliseconds(isOver ? 0 : 5));
+    }
+    if (!isOver) {
+        kill(child, SIGKILL);
+        waitpid(child, &status, 0);
+    }
+    ::close(input[0]);
+    ::close(input[1]);
+    QVERIFY2(isOver, "somebody was asked");
+    QCOMPARE(status, 0);
 }
 
 void TrustedRootsTest::fileAndDirectoryOfTheEnvironmentBothCount()

@@ -9,7 +9,7 @@
 #include "SignalCounter.h"
 #include "TrustedRoots.h"
 
-#include "store/platform/linux/TrustCertificate.h"
+#include "store/validation/DecodedCertificate.h"
 
 #include <QtTest/QtTest>
 
@@ -82,15 +82,15 @@ private Q_SLOTS:
     void unknownStoresAreNotOpened();
     void contextHoldsTheCertificate();
     void garbageMakesNoContext();
-    void contextThatWasFreedIsNotFreedAgain();
-    void contextInTwoStoresIsFreedOnce();
+    void storeHasACopyOfItsOwn();
+    void closingAStoreLeavesContextsAlone();
     void addingHandsOutAContextOfItsOwn();
     void dispositionDecidesWhatIsThereAlready();
     void systemStoreIsNotAddedTo();
     void engineOutlivesItsStore();
     void wrongEngineConfigurationsAreRefused();
     void engineWithoutStoreIsMade();
-    void wrongChainRequestsAreRefused();
+    void wrongPathQuestionsAreRefused();
     void errorsAreTheThreadsOwn();
     void messagesAreEmpty();
     void certificatesUsedLastAreKept();
@@ -215,29 +215,36 @@ void TrustHandlesTest::garbageMakesNoContext()
     QCOMPARE(platform().lastError(), DWORD(E_INVALIDARG));
 }
 
-void TrustHandlesTest::contextThatWasFreedIsNotFreedAgain()
+void TrustHandlesTest::storeHasACopyOfItsOwn()
 {
     const HCERTSTORE store = openMemoryStore();
-    const PCCERT_CONTEXT context =
-        contextOf(PlannedCertificate(leafPlan(QStringLiteral("one"))).der());
-    QVERIFY(platform().addCertificateContextToStore(store, context, CERT_STORE_ADD_REPLACE_EXISTING,
-                                                    nullptr));
+    const QByteArray der = PlannedCertificate(leafPlan(QStringLiteral("one"))).der();
+    const PCCERT_CONTEXT context = contextOf(der);
+    QVERIFY(platform().addCertificateContextToStore(store, context, CERT_STORE_ADD_NEW, nullptr));
     QVERIFY(platform().freeCertificateContext(context));
+    const PCCERT_CONTEXT again = contextOf(der);
+    QVERIFY(!platform().addCertificateContextToStore(store, again, CERT_STORE_ADD_NEW, nullptr));
+    QCOMPARE(platform().lastError(), DWORD(CRYPT_E_EXISTS));
+    QVERIFY(platform().freeCertificateContext(again));
     QVERIFY(platform().closeStore(store, CERT_CLOSE_STORE_FORCE_FLAG));
 }
 
-void TrustHandlesTest::contextInTwoStoresIsFreedOnce()
+void TrustHandlesTest::closingAStoreLeavesContextsAlone()
 {
+    const QByteArray der = PlannedCertificate(leafPlan(QStringLiteral("one"))).der();
     const HCERTSTORE one = openMemoryStore();
     const HCERTSTORE other = openMemoryStore();
-    const PCCERT_CONTEXT context =
-        contextOf(PlannedCertificate(leafPlan(QStringLiteral("one"))).der());
+    const PCCERT_CONTEXT context = contextOf(der);
     for (const HCERTSTORE store : {one, other, one}) {
         QVERIFY(platform().addCertificateContextToStore(store, context,
                                                         CERT_STORE_ADD_REPLACE_EXISTING, nullptr));
     }
     QVERIFY(platform().closeStore(one, CERT_CLOSE_STORE_FORCE_FLAG));
     QVERIFY(platform().closeStore(other, CERT_CLOSE_STORE_FORCE_FLAG));
+    QCOMPARE(QByteArray(reinterpret_cast<const char*>(context->pbCertEncoded),
+                        int(context->cbCertEncoded)),
+             der);
+    QVERIFY(platform().freeCertificateContext(context));
 }
 
 void TrustHandlesTest::addingHandsOutAContextOfItsOwn()
@@ -272,6 +279,7 @@ void TrustHandlesTest::dispositionDecidesWhatIsThereAlready()
     QVERIFY(
         !platform().addCertificateContextToStore(nullptr, context, CERT_STORE_ADD_NEW, nullptr));
     QCOMPARE(platform().lastError(), DWORD(ERROR_INVALID_HANDLE));
+    QVERIFY(platform().freeCertificateContext(context));
     QVERIFY(platform().closeStore(store, CERT_CLOSE_STORE_FORCE_FLAG));
 }
 
@@ -292,8 +300,10 @@ void TrustHandlesTest::engineOutlivesItsStore()
     const PlannedCertificate leaf(leafPlan(QStringLiteral("leaf")), &root);
     const test::TrustedRoots roots;
     HCERTSTORE store = openMemoryStore();
-    QVERIFY(platform().addCertificateContextToStore(store, contextOf(root.der()),
+    const PCCERT_CONTEXT rootContext = contextOf(root.der());
+    QVERIFY(platform().addCertificateContextToStore(store, rootContext,
                                                     CERT_STORE_ADD_REPLACE_EXISTING, nullptr));
+    QVERIFY(platform().freeCertificateContext(rootContext));
     CERT_CHAIN_ENGINE_CONFIG config = {};
     config.cbSize = sizeof config;
     config.cAdditionalStore = 1;
@@ -344,7 +354,7 @@ void TrustHandlesTest::engineWithoutStoreIsMade()
     QCOMPARE(engineError(&config), DWORD(ERROR_SUCCESS));
 }
 
-void TrustHandlesTest::wrongChainRequestsAreRefused()
+void TrustHandlesTest::wrongPathQuestionsAreRefused()
 {
     const PCCERT_CONTEXT context =
         contextOf(PlannedCertificate(leafPlan(QStringLiteral("one"))).der());
@@ -395,15 +405,16 @@ void TrustHandlesTest::certificatesUsedLastAreKept()
 {
     constexpr int KEPT = 128;
     QByteArray der = PlannedCertificate(leafPlan(QStringLiteral("one"))).der();
-    const std::weak_ptr<const vela::TrustCertificate> first = vela::TrustCertificate::fromDer(der);
+    const std::weak_ptr<const vela::DecodedCertificate> first =
+        vela::DecodedCertificate::fromDer(der);
     for (int i = 1; i < KEPT; ++i) {
         // Another signature, and so another certificate.
         der[der.size() - 1] = char(der.at(der.size() - 1) + 1);
-        QVERIFY(vela::TrustCertificate::fromDer(der));
+        QVERIFY(vela::DecodedCertificate::fromDer(der));
     }
     QVERIFY(!first.expired());
-    QCOMPARE(vela::TrustCertificate::fromDer(first.lock()->der()), first.lock());
-    QVERIFY(vela::TrustCertificate::fromDer(
+    QCOMPARE(vela::DecodedCertificate::fromDer(first.lock()->der()), first.lock());
+    QVERIFY(vela::DecodedCertificate::fromDer(
         PlannedCertificate(leafPlan(QStringLiteral("another"))).der()));
     QVERIFY(first.expired());
 }
@@ -412,8 +423,8 @@ void TrustHandlesTest::largeCertificateIsNotKept()
 {
     const QByteArray comment(8 * 1024, 'x');
     const PlannedCertificate large(leafPlan(QStringLiteral("large"), {{"nsComment", comment}}));
-    const std::weak_ptr<const vela::TrustCertificate> certificate =
-        vela::TrustCertificate::fromDer(large.der());
+    const std::weak_ptr<const vela::DecodedCertificate> certificate =
+        vela::DecodedCertificate::fromDer(large.der());
     QVERIFY(certificate.expired());
 }
 

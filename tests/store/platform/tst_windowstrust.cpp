@@ -13,8 +13,12 @@
 #include "store/WinCertStore.h"
 #include "store/platform/TrustPlatform.h"
 
+#include <QtCore/QProcess>
+#include <QtCore/QTemporaryFile>
 #include <QtTest/QtTest>
 
+#include <cstdio>
+#include <cstdlib>
 #include <memory>
 
 using namespace test;
@@ -23,8 +27,10 @@ using vela::WinCertStore;
 namespace {
 
 constexpr int PATIENCE = 20000; // milliseconds
+const QByteArray ROOT_NAME = "Ferrule test root ";
+constexpr char IMPORT_AND_ABORT[] = "--import-and-abort"; // What a test has this program do.
 
-Identity makeCertificate(const char* commonName, const Identity* issuer, bool isAuthority,
+Identity makeCertificate(const QByteArray& commonName, const Identity* issuer, bool isAuthority,
                          qint64 notAfterOffset = 365 * 86400)
 {
     static int serial = 0; // CryptoAPI knows certificates by issuer and serial number.
@@ -92,10 +98,15 @@ private Q_SLOTS:
     void rootImportedTwiceIsNoFailure();
     void changeOfTheSystemStoreIsAnnounced();
     void signalledEventCallsTheRegisteredWait();
+    void namesOfRootsFitIntoACertificate();
+    void rootOfAnAbortedTestIsRemoved();
+    void nullHandlesAreRefused();
     void refusalsCarryTheirReason();
     void storesComeAndGo();
 
 private:
+    QByteArray otherRootName() const { return m_rootName + ", the other"; }
+
     QByteArray m_rootName;
     Identity m_root;
     Identity m_middle;
@@ -107,7 +118,8 @@ private:
 void WindowsTrustTest::initTestCase()
 {
     // A name that no earlier run has left behind.
-    m_rootName = "Ferrule test root " + QUuid::createUuid().toByteArray(QUuid::WithoutBraces);
+    ImportedRoots::removeLeftovers(ROOT_NAME);
+    m_rootName = ROOT_NAME + QUuid::createUuid().toByteArray(QUuid::Id128);
     m_root = makeCertificate(m_rootName, nullptr, true);
     m_middle = makeCertificate("middle", &m_root, true);
     m_leaf = makeCertificate("leaf", &m_middle, false);
@@ -140,8 +152,6 @@ void WindowsTrustTest::trustedRootItselfIsOk()
 
 void WindowsTrustTest::untrustedSelfSignedChain()
 {
-    if (isWine())
-        QSKIP("Wine calls a certificate self-signed, but never the chain that ends in it");
     const Identity root = makeCertificate("other root", nullptr, true);
     const Identity leaf = makeCertificate("leaf", &root, false);
     QCOMPARE(m_store->verify(wrapAll({leaf, root})), vela::VerifySelfSigned);
@@ -234,8 +244,7 @@ void WindowsTrustTest::changeOfTheSystemStoreIsAnnounced()
 {
     if (isWine())
         QSKIP("Wine answers CERT_STORE_CTRL_NOTIFY_CHANGE with success and never notifies");
-    const Identity root =
-        makeCertificate(QByteArray(m_rootName).append(", the other"), nullptr, true);
+    const Identity root = makeCertificate(otherRootName(), nullptr, true);
     const auto whole = wrapAll({makeCertificate("leaf", &root, false), root});
     QCOMPARE(m_store->verify(whole), vela::VerifySelfSigned);
     QSignalSpy updated(m_store, &WinCertStore::systemUpdated);
@@ -264,6 +273,57 @@ void WindowsTrustTest::signalledEventCallsTheRegisteredWait()
     }
 }
 
+//! The one for which this matters cannot be made where its test is skipped.
+void WindowsTrustTest::namesOfRootsFitIntoACertificate()
+{
+    constexpr int MAX_COMMON_NAME = 64;
+    QVERIFY(otherRootName().size() <= MAX_COMMON_NAME);
+    QVERIFY(!makeCertificate(otherRootName(), nullptr, true).der().isEmpty());
+}
+
+void WindowsTrustTest::rootOfAnAbortedTestIsRemoved()
+{
+    const Identity root = makeCertificate(m_rootName + ", aborted", nullptr, true);
+    QTemporaryFile file;
+    QVERIFY(file.open());
+    file.write(root.der());
+    file.close();
+    QProcess other;
+    other.start(QCoreApplication::applicationFilePath(),
+                {QString::fromLatin1(IMPORT_AND_ABORT), file.fileName()});
+    QVERIFY(other.waitForFinished(2 * PATIENCE));
+    QVERIFY2(other.readAllStandardOutput().contains("imported"), "it did not get that far");
+    QVERIFY(other.exitStatus() == QProcess::CrashExit || other.exitCode() != 0);
+    QVERIFY(!ImportedRoots::contains(root.der()));
+}
+
+void WindowsTrustTest::nullHandlesAreRefused()
+{
+    vela::TrustPlatform& platform = vela::systemTrustPlatform();
+    const HANDLE event = platform.createEvent(FALSE, FALSE);
+    const auto isRefused = [&platform](BOOL result) {
+        const DWORD error = platform.lastError();
+        SetLastError(ERROR_SUCCESS);
+        return !result && error == ERROR_INVALID_HANDLE;
+    };
+    HANDLE wait = nullptr;
+    QVERIFY(isRefused(platform.controlStore(nullptr, 2, CERT_STORE_CTRL_RESYNC, &event)));
+    QVERIFY(isRefused(platform.registerWait(&wait, nullptr, countCall, nullptr, INFINITE, 0)));
+    QVERIFY(isRefused(platform.pollEvent(nullptr) != WAIT_FAILED));
+    QVERIFY(isRefused(platform.closeHandle(nullptr)));
+    const QByteArray der = m_leaf.der();
+    const PCCERT_CONTEXT context = platform.createCertificateContext(
+        X509_ASN_ENCODING, reinterpret_cast<const BYTE*>(der.constData()), DWORD(der.size()));
+    PCCERT_CONTEXT added = nullptr;
+    QVERIFY(isRefused(
+        platform.addCertificateContextToStore(nullptr, context, CERT_STORE_ADD_ALWAYS, &added)));
+    QVERIFY(!added);
+    QVERIFY(platform.freeCertificateContext(context));
+    QVERIFY(platform.closeStore(nullptr, CERT_CLOSE_STORE_FORCE_FLAG));
+    QVERIFY(platform.freeCertificateContext(nullptr));
+    QVERIFY(platform.closeHandle(event));
+}
+
 void WindowsTrustTest::refusalsCarryTheirReason()
 {
     vela::TrustPlatform& platform = vela::systemTrustPlatform();
@@ -285,5 +345,36 @@ void WindowsTrustTest::storesComeAndGo()
     }
 }
 
-QTEST_GUILESS_MAIN(WindowsTrustTest)
+namespace {
+
+//! Imports the root in the file \a path, and does not live to remove it.
+int importAndAbort(const QString& path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return 0;
+    const QByteArray der = file.readAll();
+    ImportedRoots imported;
+    imported.expect(der);
+    if (vela::systemTrustPlatform().addEncodedCertificateToSystemStore(
+            L"ROOT", reinterpret_cast<const BYTE*>(der.constData()), DWORD(der.size()))
+        && ImportedRoots::contains(der)) {
+        std::puts("imported");
+        std::fflush(stdout);
+    }
+    std::abort();
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    QCoreApplication application(argc, argv);
+    const QStringList arguments = application.arguments();
+    if (arguments.value(1) == QLatin1String(IMPORT_AND_ABORT))
+        return importAndAbort(arguments.value(2));
+    WindowsTrustTest test;
+    return QTest::qExec(&test, argc, argv);
+}
+
 #include "tst_windowstrust.moc"
