@@ -5,6 +5,7 @@
 #include "support/OpenSslCompat.h"
 
 #include <QtCore/QMap>
+#include <QtCore/QSet>
 
 namespace vela {
 
@@ -31,6 +32,54 @@ void remember(const QByteArray& file, const QByteArray& directory, const FileVer
         loadedFiles().insert({file, directory}, version);
 }
 
+// Guarded and kept likewise.
+struct Known
+{
+    quint64 generation = 0;
+    QSet<QByteArray> directories;
+};
+
+Known& known()
+{
+    static auto* const state = new Known;
+    return *state;
+}
+
+int authoritiesIn(X509_STORE* store)
+{
+    const AuthoritiesLock lock(store);
+    return sk_X509_OBJECT_num(X509_STORE_get0_objects(store));
+}
+
+/*
+    Notes whether what is loaded while the object lives adds authorities. Reading a file once more
+    does not: the store has each certificate once.
+*/
+class Addition
+{
+public:
+    Addition(SSL_CTX* context, const QByteArray& directory)
+        : m_store(SSL_CTX_get_cert_store(context))
+        , m_before(authoritiesIn(m_store))
+        , m_isNewDirectory(!directory.isEmpty() && !known().directories.contains(directory))
+    {
+        known().directories.insert(directory);
+    }
+
+    ~Addition()
+    {
+        if (m_isNewDirectory || authoritiesIn(m_store) != m_before)
+            ++known().generation;
+    }
+
+private:
+    Q_DISABLE_COPY(Addition)
+
+    X509_STORE* m_store;
+    int m_before;
+    bool m_isNewDirectory;
+};
+
 QByteArray environmentOr(const char* variable, const char* otherwise)
 {
     return qEnvironmentVariableIsSet(variable) ? qgetenv(variable) : QByteArray(otherwise);
@@ -47,6 +96,7 @@ void AuthorityFiles::loadDefaults(SSL_CTX* context)
     if (isLoaded(file, directory))
         return;
     const FileVersion version = FileVersion::of(file);
+    const Addition addition(context, directory);
     setDefaultVerifyPaths(context);
     remember(file, directory, version);
 }
@@ -56,6 +106,7 @@ bool AuthorityFiles::load(SSL_CTX* context, const QByteArray& file, const QByteA
     if (isLoaded(file, directory))
         return true;
     const FileVersion version = FileVersion::of(file);
+    const Addition addition(context, directory);
     if (SSL_CTX_load_verify_locations(context, file.isEmpty() ? nullptr : file.constData(),
                                       directory.isEmpty() ? nullptr : directory.constData())
         != 1) {
@@ -63,6 +114,11 @@ bool AuthorityFiles::load(SSL_CTX* context, const QByteArray& file, const QByteA
     }
     remember(file, directory, version);
     return true;
+}
+
+quint64 AuthorityFiles::generation()
+{
+    return known().generation;
 }
 
 } // namespace vela

@@ -25,6 +25,9 @@ public:
         reason in OpenSSL's error queue, when that fails.
     */
     static bool load(SSL_CTX* context, const QByteArray& file, const QByteArray& directory);
+
+    //! Counts how often loading has added authorities: a bad verdict from before may be a good one.
+    static quint64 generation();
 };
 
 } // namespace vela

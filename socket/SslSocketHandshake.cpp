@@ -32,6 +32,7 @@ bool SslSocket::sslAcceptOrConnect(bool accept)
     if (!d->sslInitialised && !initSsl())
         return false;
 
+    d->session.enterRole(d->ssl, accept);
     clearOpenSslErrors();
     const int result = accept ? SSL_accept(d->ssl) : SSL_connect(d->ssl);
     if (result > 0)
@@ -42,13 +43,18 @@ bool SslSocket::sslAcceptOrConnect(bool accept)
         writeToSocket();
         return false;
     }
+    d->session.handshakeFailed();
     d->fail(tr("SSL error: %1").arg(takeOpenSslError()));
     return false;
 }
 
 bool SslSocketPrivate::completeHandshake()
 {
+    session.handshakeCompleted();
     const SessionGuard guard(this);
+    tidySessions();
+    if (!guard.holds())
+        return false;
     judgePeer();
     // A slot may have turned the peer down.
     if (!guard.holds() || transportState() != QAbstractSocket::ConnectedState)

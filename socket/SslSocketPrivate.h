@@ -2,6 +2,7 @@
 #ifndef FERRULE_SSLSOCKETPRIVATE_H
 #define FERRULE_SSLSOCKETPRIVATE_H
 
+#include "socket/ConnectionSession.h"
 #include "socket/RingBuffer.h"
 #include "socket/TransportSignal.h"
 
@@ -54,9 +55,12 @@ public:
     QString applyCipherList();
     QString loadIdentity(SSL_CTX* context);
     QString loadAuthorities(SSL_CTX* context);
-    QString offerPooledSession();
     QString connectEngine();
     //! \}
+    //! Returns with whom a session of the connection would be made.
+    SessionOrigin sessionOrigin() const;
+    //! Throws out sessions that have expired, a few now and the others later.
+    void tidySessions();
     void copyEndpoint();
 
     //! \name The handshake
@@ -109,6 +113,7 @@ public:
     QString ciphers;
     SslSocket* const q;
 
+    ConnectionSession session;
     //! Records that are to be sent with the next write to the inner socket.
     QByteArray ciphertext;
     //! Counts resets: tells code that emitted a signal whether it still deals with the same

@@ -13,6 +13,8 @@
 #include <openssl/ssl.h>
 #include <openssl/x509.h>
 
+#include <cstddef>
+
 #if OPENSSL_VERSION_NUMBER < 0x10100000L
 
 inline const ASN1_TIME* X509_get0_notBefore(const X509* x509)
@@ -41,6 +43,24 @@ inline int SSL_SESSION_is_resumable(const SSL_SESSION* session)
            && (session->session_id_length > 0 || session->tlsext_ticklen > 0);
 }
 
+inline STACK_OF(X509_OBJECT) * X509_STORE_get0_objects(const X509_STORE* store)
+{
+    return store->objs;
+}
+
+inline std::size_t SSL_SESSION_get_master_key(const SSL_SESSION* session, unsigned char*,
+                                              std::size_t)
+{
+    return static_cast<std::size_t>(session->master_key_length); // Nobody asks for the key itself.
+}
+
+inline void SSL_SESSION_get0_ticket(const SSL_SESSION* session, const unsigned char** ticket,
+                                    std::size_t* length)
+{
+    *ticket = session->tlsext_tick;
+    *length = session->tlsext_ticklen;
+}
+
 #endif
 
 namespace vela {
@@ -57,6 +77,96 @@ constexpr int REFERENCE_ENGINE_NID_COUNT = 958;
     engines have moved.
 */
 constexpr int REFERENCE_ENGINE_INVALID_CA = 24;
+
+/*!
+    Returns the number of the cipher that \a session was made with, as SSL_CIPHER_get_id() gives it;
+    0 when it is not known.
+*/
+#if OPENSSL_VERSION_NUMBER < 0x10100000L
+
+inline unsigned long sessionCipherId(const SSL_SESSION* session)
+{
+    return session->cipher ? SSL_CIPHER_get_id(session->cipher) : session->cipher_id;
+}
+
+inline int securityLevel(const SSL*)
+{
+    return 0; // There are none.
+}
+
+#else
+
+inline unsigned long sessionCipherId(const SSL_SESSION* session)
+{
+    const SSL_CIPHER* cipher = SSL_SESSION_get0_cipher(session);
+    return cipher ? SSL_CIPHER_get_id(cipher) : 0;
+}
+
+inline int securityLevel(const SSL* ssl)
+{
+    return SSL_get_security_level(ssl);
+}
+
+#endif
+
+//! Returns the certificate of the peer as long as the connection has it, borrowed; or null.
+#if OPENSSL_VERSION_NUMBER < 0x10100000L
+
+inline X509* peerCertificateOf(const SSL* ssl)
+{
+    return ssl->session ? ssl->session->peer : nullptr;
+}
+
+#elif OPENSSL_VERSION_NUMBER < 0x30000000L
+
+inline X509* peerCertificateOf(const SSL* ssl)
+{
+    X509* certificate = SSL_get_peer_certificate(ssl);
+    X509_free(certificate);
+    return certificate;
+}
+
+#else
+
+inline X509* peerCertificateOf(const SSL* ssl)
+{
+    return SSL_get0_peer_certificate(ssl);
+}
+
+#endif
+
+//! Keeps other threads from changing \a store while the object lives.
+class AuthoritiesLock
+{
+public:
+#if OPENSSL_VERSION_NUMBER < 0x10100000L
+    explicit AuthoritiesLock(X509_STORE*)
+    {
+        CRYPTO_w_lock(CRYPTO_LOCK_X509_STORE);
+    }
+    ~AuthoritiesLock()
+    {
+        CRYPTO_w_unlock(CRYPTO_LOCK_X509_STORE);
+    }
+#else
+    explicit AuthoritiesLock(X509_STORE* store)
+        : m_store(store)
+    {
+        X509_STORE_lock(store);
+    }
+    ~AuthoritiesLock()
+    {
+        X509_STORE_unlock(m_store);
+    }
+#endif
+    AuthoritiesLock(const AuthoritiesLock&) = delete;
+    AuthoritiesLock& operator=(const AuthoritiesLock&) = delete;
+
+#if OPENSSL_VERSION_NUMBER >= 0x10100000L
+private:
+    X509_STORE* m_store;
+#endif
+};
 
 /*!
     Makes \a context look for authorities in OpenSSL's default file and directory. What newer
