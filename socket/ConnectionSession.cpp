@@ -122,7 +122,7 @@ void ConnectionSession::withdrawOffer(SSL* ssl)
 
 void ConnectionSession::makeAvailable(SSL* ssl, SSL_SESSION* session)
 {
-    if (SSL_is_server(ssl) || !isComplete(session))
+    if (SSL_is_server(ssl) || !isComplete(session) || !peer.hasSameCertificate(ssl))
         return;
     PooledSession pooled;
     SSL_SESSION_up_ref(session);
@@ -153,7 +153,7 @@ void ConnectionSession::end(SSL* ssl)
     }
     if (m_offered.session && !gSessionPool.contains(m_offered.session.get()))
         dropOffered();
-    m_offered = PooledSession();
+    *this = ConnectionSession();
 }
 
 void ConnectionSession::dropOffered()

@@ -2,6 +2,7 @@
 #ifndef FERRULE_CONNECTIONSESSION_H
 #define FERRULE_CONNECTIONSESSION_H
 
+#include "socket/PeerWatch.h"
 #include "socket/SessionPool.h"
 #include "socket/SessionTerms.h"
 
@@ -47,6 +48,9 @@ public:
 
     //! Gives \a session, which \a ssl has just made, to the pool if it is of use there.
     void makeAvailable(SSL* ssl, SSL_SESSION* session);
+
+    //! Whom the verdict was about. Sessions with others are of no use to anybody.
+    PeerWatch peer;
 
 private:
     void withdrawOffer(SSL* ssl);

@@ -45,6 +45,12 @@ class SslSocketPrivate;
     A handshake never fails because of a bad certificate. A host that cares listens to
     connectionVerificationDone() and calls close() or disconnectFromHost() there.
 
+    The verdict holds for the whole connection. A peer that begins another handshake later, as TLS
+    1.2 and earlier versions permit, and shows another certificate in it or none, is refused: the
+    socket reports the error "The peer has changed its certificate after it was verified" and
+    aborts the connection; nothing that came with that certificate is delivered. With the same
+    certificate such a handshake goes unnoticed.
+
     \section errors Errors
     A failure sets errorString(), then emits error() and errorOccurred() once each. Transport
     failures carry the inner socket's code and text; TLS failures carry `UnknownSocketError` and one

@@ -51,6 +51,7 @@ bool SslSocket::sslAcceptOrConnect(bool accept)
 bool SslSocketPrivate::completeHandshake()
 {
     session.handshakeCompleted();
+    session.peer.begin(ssl);
     const SessionGuard guard(this);
     tidySessions();
     if (!guard.holds())
@@ -68,6 +69,23 @@ bool SslSocketPrivate::completeHandshake()
                                  << " reused: " << (SSL_session_reused(ssl) != 0);
     q->readFromSocket();
     return guard.holds();
+}
+
+/*
+    Asked whenever the engine may have completed another handshake, before anything that came with
+    it or goes to it is let through. Returns false when the connection was ended.
+*/
+bool SslSocketPrivate::keepsPeer()
+{
+    if (!session.peer.hasRefused() && session.peer.isSamePeer(ssl))
+        return true;
+    if (!session.peer.refuse())
+        return false;
+    const SessionGuard guard(this);
+    fail(QStringLiteral("The peer has changed its certificate after it was verified"));
+    if (guard.holds() && socket)
+        socket->abort();
+    return false;
 }
 
 void SslSocketPrivate::judgePeer()

@@ -67,6 +67,7 @@ public:
     //! \{
     bool completeHandshake();
     void judgePeer();
+    bool keepsPeer();
     //! \}
 
     //! \name Moving bytes; each returns false when the connection is not to be touched any further

@@ -134,6 +134,8 @@ bool SslSocketPrivate::decrypt()
         }
         clearOpenSslErrors();
         result = SSL_read(ssl, piece, PLAINTEXT_PIECE);
+        if (!keepsPeer())
+            return false;
         if (result < 1)
             break;
         std::memcpy(readBuffer.reserve(result), piece, static_cast<std::size_t>(result));
@@ -177,9 +179,13 @@ bool SslSocketPrivate::encrypt()
     if (!writeBuffer.isEmpty())
         ciphertext.reserve(roomForRecords(ciphertext.size() + writeBuffer.size()));
     while (!writeBuffer.isEmpty()) {
+        if (session.peer.hasRefused())
+            return false;
         clearOpenSslErrors();
         const int written =
             SSL_write(ssl, writeBuffer.readPointer(), writeBuffer.nextDataBlockSize());
+        if (!keepsPeer())
+            return false;
         if (written < 1) {
             fail(SslSocket::tr("SSL error: %1").arg(takeOpenSslError()));
             return false;
