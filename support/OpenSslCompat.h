@@ -194,15 +194,20 @@ using OpenSslLockingCallback = void (*)(int mode, int number, const char* file, 
 using OpenSslThreadIdCallback = unsigned long (*)();
 
 /*!
-    Installs the callbacks with which OpenSSL locks; withdraws them where they are still installed.
+    Installs the callbacks with which OpenSSL locks, unless there are others; withdraws them where
+    they are still installed.
     Engines from 1.1.0 on lock by themselves, and neither call does anything.
 */
 #if OPENSSL_VERSION_NUMBER < 0x10100000L
 
 inline void installOpenSslCallbacks(OpenSslLockingCallback locking, OpenSslThreadIdCallback id)
 {
+    if (CRYPTO_get_locking_callback())
+        return;
+    // Numbers of threads come first: a lock taken under one must not be released under another.
+    if (!CRYPTO_get_id_callback() && !CRYPTO_THREADID_get_callback())
+        CRYPTO_set_id_callback(id);
     CRYPTO_set_locking_callback(locking);
-    CRYPTO_set_id_callback(id);
 }
 
 inline void withdrawOpenSslCallbacks(OpenSslLockingCallback locking, OpenSslThreadIdCallback id)
