@@ -2,6 +2,7 @@
 // The TLS settings of an SslSocket and the engine that is made from them.
 
 #include "socket/AuthorityFiles.h"
+#include "socket/GroupLimit.h"
 #include "socket/IdentityFiles.h"
 #include "socket/SessionCache.h"
 #include "socket/SslContext.h"
@@ -184,6 +185,7 @@ QString SslSocketPrivate::connectEngine()
         SSL_set_accept_state(ssl);
     else
         SSL_set_connect_state(ssl);
+    limitGroups(ssl);
     return QString();
 }
 

@@ -8,6 +8,7 @@
 */
 
 #include <openssl/crypto.h>
+#include <openssl/dh.h>
 #include <openssl/err.h>
 #include <openssl/opensslv.h>
 #include <openssl/ssl.h>
@@ -186,6 +187,53 @@ inline void setDefaultVerifyPaths(SSL_CTX* context)
 {
     SSL_CTX_set_default_verify_file(context);
     SSL_CTX_set_default_verify_dir(context);
+}
+
+#endif
+
+/*!
+    Has \a isAcceptable look at each message of the server's handshake, header included, before the
+    engine does. Of a message that is not accepted the engine finds another length, and refuses it.
+    Engines that have the bounds themselves that this is for do not ask.
+*/
+using MessageJudge = bool (*)(const SSL* ssl, const unsigned char* message, std::size_t size);
+
+#if OPENSSL_VERSION_NUMBER < 0x10100000L
+
+template <MessageJudge isAcceptable>
+void judgeMessage(int isWritten, int, int contentType, const void* message, std::size_t size,
+                  SSL* ssl, void*)
+{
+    if (isWritten || contentType != SSL3_RT_HANDSHAKE
+        || isAcceptable(ssl, static_cast<const unsigned char*>(message), size)) {
+        return;
+    }
+    DHerr(DH_F_COMPUTE_KEY, DH_R_MODULUS_TOO_LARGE);
+    ssl->init_num = ssl->init_num > 0 ? 0 : 1;
+    ssl->s3->tmp.message_size = static_cast<unsigned long>(ssl->init_num);
+}
+
+template <MessageJudge isAcceptable>
+void judgeServerMessages(SSL* ssl)
+{
+    SSL_set_msg_callback(ssl, judgeMessage<isAcceptable>);
+}
+
+inline bool isDiffieHellmanKey(const EVP_PKEY* key)
+{
+    return EVP_PKEY_id(key) == EVP_PKEY_DH || EVP_PKEY_id(key) == EVP_PKEY_DHX;
+}
+
+#else
+
+template <MessageJudge isAcceptable>
+void judgeServerMessages(SSL*)
+{
+}
+
+inline bool isDiffieHellmanKey(const EVP_PKEY* key)
+{
+    return EVP_PKEY_base_id(key) == EVP_PKEY_DH || EVP_PKEY_base_id(key) == EVP_PKEY_DHX;
 }
 
 #endif
