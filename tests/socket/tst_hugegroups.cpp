@@ -12,6 +12,7 @@
 
 #include <openssl/dh.h>
 
+#include <ctime>
 #include <functional>
 
 using namespace test;
@@ -81,13 +82,22 @@ struct Outcome
         client.setCiphers(QString::fromLatin1(cipher));
         QSignalSpy connectedSpy(&client, &SslSocket::connected);
         QSignalSpy error(&client, &SslSocket::errorOccurred);
+        const std::clock_t start = std::clock();
         client.connectToHost(QStringLiteral("localhost"), listener.serverPort());
         waitFor([&] { return !connectedSpy.isEmpty() || !error.isEmpty(); });
         connected = !connectedSpy.isEmpty();
         text = client.errorString();
+        seconds = double(std::clock() - start) / CLOCKS_PER_SEC;
+    }
+
+    //! The engine refuses such a group in the end, after it has computed with it for ten seconds.
+    bool isRefusedAtOnce() const
+    {
+        return !connected && text.contains(QStringLiteral("modulus too large")) && seconds < 2;
     }
 
     bool connected = false;
+    double seconds = 0; //!< Of processor time, the server's included.
     QString text;
 };
 
@@ -121,7 +131,7 @@ void TestHugeGroups::hugeGroupsAreRefused()
     const Outcome outcome("DHE-RSA-AES128-SHA", makeRsaIdentity(),
                           [&](SSL* ssl) { SSL_set_tmp_dh(ssl, group.get()); });
     QTEST(outcome.connected, "isAccepted");
-    QCOMPARE(outcome.text.contains(QStringLiteral("modulus too large")), !outcome.connected);
+    QCOMPARE(outcome.isRefusedAtOnce(), !outcome.connected);
 }
 
 void TestHugeGroups::hugeGroupsOfCertificatesAreRefused()
@@ -135,7 +145,7 @@ void TestHugeGroups::hugeGroupsOfCertificatesAreRefused()
         SSL_use_PrivateKey(ssl, key.get());
     });
     QTEST(outcome.connected, "isAccepted");
-    QCOMPARE(outcome.text.contains(QStringLiteral("modulus too large")), !outcome.connected);
+    QCOMPARE(outcome.isRefusedAtOnce(), !outcome.connected);
 }
 
 QTEST_GUILESS_MAIN(TestHugeGroups)
