@@ -3,9 +3,13 @@
 
 #include "socket/FileVersion.h"
 #include "support/OpenSslCompat.h"
+#include "support/OpenSslHandles.h"
 
 #include <QtCore/QMap>
 #include <QtCore/QSet>
+
+#include <memory>
+#include <vector>
 
 namespace vela {
 
@@ -45,10 +49,47 @@ Known& known()
     return *state;
 }
 
-int authoritiesIn(X509_STORE* store)
+using Certificates = std::vector<X509Handle>;
+using StoreHandle = std::unique_ptr<X509_STORE, OpenSslDeleter<X509_STORE_free>>;
+
+//! Returns all that \a store has so far; handshakes of other threads may be adding to it.
+Certificates authoritiesIn(X509_STORE* store)
 {
+    Certificates authorities;
     const AuthoritiesLock lock(store);
-    return sk_X509_OBJECT_num(X509_STORE_get0_objects(store));
+    STACK_OF(X509_OBJECT)* objects = X509_STORE_get0_objects(store);
+    for (int i = 0; i < sk_X509_OBJECT_num(objects); ++i) {
+        if (X509* certificate = certificateOf(sk_X509_OBJECT_value(objects, i))) {
+            X509_up_ref(certificate);
+            authorities.emplace_back(certificate);
+        }
+    }
+    return authorities;
+}
+
+//! Adds the ways to look for authorities. They are a list that handshakes read without a lock.
+X509_LOOKUP* addLookups(X509_STORE* store)
+{
+    X509_STORE_add_lookup(store, X509_LOOKUP_file());
+    return X509_STORE_add_lookup(store, X509_LOOKUP_hash_dir());
+}
+
+/*
+    Handshakes of other threads read a store's list of directories without a lock. A new directory
+    therefore goes to a new store, with all that the one before had. Connections keep the store that
+    they were made with.
+*/
+void replaceStore(SSL_CTX* context)
+{
+    StoreHandle store(X509_STORE_new());
+    X509_LOOKUP* const lookup = store ? addLookups(store.get()) : nullptr;
+    if (!lookup)
+        return;
+    for (const X509Handle& authority : authoritiesIn(SSL_CTX_get_cert_store(context)))
+        X509_STORE_add_cert(store.get(), authority.get());
+    for (const QByteArray& directory : qAsConst(known().directories))
+        X509_LOOKUP_add_dir(lookup, directory.constData(), X509_FILETYPE_PEM);
+    SSL_CTX_set_cert_store(context, store.release());
 }
 
 /*
@@ -59,25 +100,34 @@ class Addition
 {
 public:
     Addition(SSL_CTX* context, const QByteArray& directory)
-        : m_store(SSL_CTX_get_cert_store(context))
-        , m_before(authoritiesIn(m_store))
+        : m_directory(directory)
         , m_isNewDirectory(!directory.isEmpty() && !known().directories.contains(directory))
     {
-        known().directories.insert(directory);
+        if (m_isNewDirectory)
+            replaceStore(context);
+        m_store = SSL_CTX_get_cert_store(context);
+        m_before = authoritiesIn(m_store).size();
     }
 
     ~Addition()
     {
-        if (m_isNewDirectory || authoritiesIn(m_store) != m_before)
+        if (m_isNewDirectory && m_hasSucceeded)
+            known().directories.insert(m_directory);
+        if (m_isNewDirectory || authoritiesIn(m_store).size() != m_before)
             ++known().generation;
     }
+
+    //! Tells that the directory, if any, is among those of the store.
+    void succeed() { m_hasSucceeded = true; }
 
 private:
     Q_DISABLE_COPY(Addition)
 
-    X509_STORE* m_store;
-    int m_before;
+    QByteArray m_directory;
+    bool m_hasSucceeded = false;
     bool m_isNewDirectory;
+    X509_STORE* m_store = nullptr;
+    std::size_t m_before = 0;
 };
 
 QByteArray environmentOr(const char* variable, const char* otherwise)
@@ -86,6 +136,11 @@ QByteArray environmentOr(const char* variable, const char* otherwise)
 }
 
 } // namespace
+
+void AuthorityFiles::prepare(SSL_CTX* context)
+{
+    addLookups(SSL_CTX_get_cert_store(context));
+}
 
 void AuthorityFiles::loadDefaults(SSL_CTX* context)
 {
@@ -96,8 +151,9 @@ void AuthorityFiles::loadDefaults(SSL_CTX* context)
     if (isLoaded(file, directory))
         return;
     const FileVersion version = FileVersion::of(file);
-    const Addition addition(context, directory);
+    Addition addition(context, directory);
     setDefaultVerifyPaths(context);
+    addition.succeed();
     remember(file, directory, version);
 }
 
@@ -106,12 +162,13 @@ bool AuthorityFiles::load(SSL_CTX* context, const QByteArray& file, const QByteA
     if (isLoaded(file, directory))
         return true;
     const FileVersion version = FileVersion::of(file);
-    const Addition addition(context, directory);
+    Addition addition(context, directory);
     if (SSL_CTX_load_verify_locations(context, file.isEmpty() ? nullptr : file.constData(),
                                       directory.isEmpty() ? nullptr : directory.constData())
         != 1) {
         return false;
     }
+    addition.succeed();
     remember(file, directory, version);
     return true;
 }

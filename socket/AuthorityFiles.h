@@ -12,11 +12,15 @@ namespace vela {
     Loads trusted authorities into the shared context, whose mutex the caller holds.
 
     The context keeps what it has loaded, so that a file is read again only when it has changed:
-    reading a system's bundle takes longer than a handshake.
+    reading a system's bundle takes longer than a handshake. Where a directory is new, the context
+    gets another store, so that nothing changes under handshakes that go on.
 */
 class AuthorityFiles
 {
 public:
+    //! Makes \a context, which is new, ready for the others.
+    static void prepare(SSL_CTX* context);
+
     //! Loads from the places that OpenSSL itself, or its environment variables, name.
     static void loadDefaults(SSL_CTX* context);
 

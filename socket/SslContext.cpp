@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "socket/SslContext.h"
 
+#include "socket/AuthorityFiles.h"
 #include "socket/ConnectionSession.h"
 #include "socket/SessionCache.h"
+#include "support/OpenSslCompat.h"
 #include "support/OpenSslLocking.h"
 
 #include <QtCore/QTime>
@@ -35,6 +37,7 @@ void seedRandomGenerator()
 void configure(SSL_CTX* context)
 {
     SessionCache::attach(context);
+    AuthorityFiles::prepare(context);
     SSL_CTX_set_options(context, SSL_OP_ALL);
     // Without it a read that meets a renegotiation gives up although decrypted data may follow in
     // the same batch, and nothing would ask again.
@@ -117,6 +120,9 @@ bool SslContext::setCipherList(const QByteArray& list)
     if (!trial || SSL_CTX_set_cipher_list(trial, list.constData()) != 1)
         return false;
     lists.inForce = list;
+    // A list may name a security level, by which the context judges the certificate that it is to
+    // load. Connections have their own from the start, so that this one may change at any time.
+    copySecurityLevel(get(), trial);
     if (!lists.contextHasConnections && SSL_CTX_set_cipher_list(get(), list.constData()) == 1)
         lists.ofContext = list;
     return true;
@@ -127,7 +133,13 @@ SSL* SslContext::newConnection()
     CipherLists& lists = cipherLists();
     lists.contextHasConnections = true;
     SSL* ssl = SSL_new(get());
-    if (ssl && lists.inForce != lists.ofContext)
+    if (!ssl)
+        return nullptr;
+    // Its own references: the context may have another store before the handshake is over.
+    X509_STORE* const authorities = SSL_CTX_get_cert_store(get());
+    SSL_set1_verify_cert_store(ssl, authorities);
+    SSL_set1_chain_cert_store(ssl, authorities);
+    if (lists.inForce != lists.ofContext)
         SSL_set_cipher_list(ssl, lists.inForce.constData());
     return ssl;
 }

@@ -200,8 +200,8 @@ public:
     /*!
         The PEM file of the local certificate. Loaded by sockets in mode Server only. The shared
         context keeps it: a client socket set up later offers it to a server that asks. This file
-        and that of the key are looked at for each server socket, but read again only when their
-        names, their sizes or the times of their last change are others than before.
+        and that of the key are looked at for each server socket, but read again only when they are
+        other files than before, by name or in the file system, or were changed.
     */
     QString pathToCertificate() const;
     void setPathToCertificate(const QString& path);

@@ -80,6 +80,25 @@ constexpr int REFERENCE_ENGINE_NID_COUNT = 958;
 constexpr int REFERENCE_ENGINE_INVALID_CA = 24;
 
 /*!
+    Returns the certificate in \a object, borrowed; null when that is something else.
+*/
+#if OPENSSL_VERSION_NUMBER < 0x10100000L
+
+inline X509* certificateOf(const X509_OBJECT* object)
+{
+    return object->type == X509_LU_X509 ? object->data.x509 : nullptr;
+}
+
+#else
+
+inline X509* certificateOf(const X509_OBJECT* object)
+{
+    return X509_OBJECT_get0_X509(object);
+}
+
+#endif
+
+/*!
     Returns the number of the cipher that \a session was made with, as SSL_CIPHER_get_id() gives it;
     0 when it is not known.
 */
@@ -95,6 +114,10 @@ inline int securityLevel(const SSL*)
     return 0; // There are none.
 }
 
+inline void copySecurityLevel(SSL_CTX*, const SSL_CTX*)
+{
+}
+
 #else
 
 inline unsigned long sessionCipherId(const SSL_SESSION* session)
@@ -106,6 +129,11 @@ inline unsigned long sessionCipherId(const SSL_SESSION* session)
 inline int securityLevel(const SSL* ssl)
 {
     return SSL_get_security_level(ssl);
+}
+
+inline void copySecurityLevel(SSL_CTX* context, const SSL_CTX* source)
+{
+    SSL_CTX_set_security_level(context, SSL_CTX_get_security_level(source));
 }
 
 #endif

@@ -39,6 +39,7 @@ DhHandle makeGroup(int bits)
 vela::EvpPkeyHandle makeKey(int bits)
 {
     DhHandle group = makeGroup(bits);
+    group->length = 0; // The client is told nothing of a short cut.
     group->priv_key = BN_new();
     BN_set_word(group->priv_key, 5);
     group->pub_key = BN_new();
