@@ -89,9 +89,17 @@ class SslSocketPrivate;
       object and see none. Apply them to socket(); wait for signals instead.
     - There is one TLS context in the process. A cipher list, a certificate or a list of trusted
       authorities that one socket loads stays in force for all sockets set up after it.
-    - Sockets that never connected out, all servers among them, share one empty session key. The
-      sessions of a server process are pooled under it and kept until the process ends, a few KiB
-      for each full handshake. Sessions pooled there never limit what a server negotiates.
+    - The certificate that server sockets have loaded is therefore offered to the servers that the
+      process visits, and signs for it, when they ask for one. A host that does not want to be known
+      to them by that name must run its server in another process.
+    - A client offers a session to the server that it was made with, by host name and port, and to
+      nobody else: for 600 seconds, as long as the cipher list has its cipher, and not any more once
+      the certificate of this process has changed or authorities were added that might change a bad
+      verdict. Through a proxy the target counts, and of an adopted connection the peer. Of what a
+      server has sent, the newest 32 sessions are kept, and of all servers together about 8 MiB;
+      none after a handshake that failed. Servers resume those of their clients that OpenSSL's cache
+      of some 20,000 has, or that have a ticket. What has expired goes when later connections are
+      made, a little at a time.
     - An adopted socket is deleted together with the frame even though the frame never owned it.
 */
 class FERRULE_EXPORT SslSocket : public QTcpSocket

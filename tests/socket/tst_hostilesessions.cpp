@@ -453,7 +453,8 @@ void TestHostileSessions::onlyTheNewestSessionsOfAServerAreKept()
         connect(&socket, &SslSocket::readyRead, this, [&] { received += socket.readAll().size(); });
         socket.connectToHost(LOCALHOST, server.serverPort());
     }
-    QVERIFY(waitFor([&] { return connected == connections; }));
+    QVERIFY(waitFor(
+        [&] { return connected == connections && server.peers.back()->isHandshakeDone(); }));
     const int before = sessionsInCache();
     for (int i = 0; i < tickets; ++i)
         QVERIFY(sendTicket(*server.peers.back()));
