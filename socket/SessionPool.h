@@ -37,7 +37,7 @@ class SessionPool
 {
 public:
     //! As many connections to a server can be resumed at a time.
-    static constexpr std::size_t MOST_SESSIONS_OF_A_SERVER = 32;
+    static constexpr std::size_t MOST_SESSIONS_OF_A_SERVER = 24;
     //! As much memory is spent on all sessions together.
     static constexpr qint64 MOST_BYTES = 8 * 1024 * 1024;
 

@@ -96,7 +96,7 @@ class SslSocketPrivate;
       nobody else: for 600 seconds, as long as the cipher list has its cipher, and not any more once
       the certificate of this process has changed or authorities were added that might change a bad
       verdict. Through a proxy the target counts, and of an adopted connection the peer. Of what a
-      server has sent, the newest 32 sessions are kept, and of all servers together about 8 MiB;
+      server has sent, the newest 24 sessions are kept, and of all servers together about 8 MiB;
       none after a handshake that failed. Servers resume those of their clients that OpenSSL's cache
       of some 20,000 has, or that have a ticket. What has expired goes when later connections are
       made, a little at a time.

@@ -440,7 +440,7 @@ void TestHostileSessions::onlyTheNewestSessionsOfAServerAreKept()
 {
     QFETCH(int, connections);
     QFETCH(int, tickets);
-    constexpr int KEPT = 32;
+    constexpr int KEPT = 24;
     constexpr int OFFERS_ASKED = 40;
     PeerServer server(tickets > 0 ? 0 : UP_TO_TLS12);
     std::vector<std::unique_ptr<SslSocket>> sockets;
