@@ -3,8 +3,14 @@
 
 #include "socket/AuthorityReader.h"
 #include "socket/FileVersion.h"
+#include "support/OpenSslCompat.h"
+#include "support/OpenSslHandles.h"
 
 #include <QtCore/QMap>
+#include <QtCore/QSet>
+
+#include <memory>
+#include <vector>
 
 namespace vela {
 
@@ -31,12 +37,103 @@ void remember(const QByteArray& file, const QByteArray& directory, const FileVer
         loadedFiles().insert({file, directory}, version);
 }
 
+// Guarded and kept likewise.
+struct Known
+{
+    quint64 generation = 0;
+    QSet<QByteArray> directories;
+};
+
+Known& known()
+{
+    static auto* const state = new Known;
+    return *state;
+}
+
+using Certificates = std::vector<X509Handle>;
+using StoreHandle = std::unique_ptr<X509_STORE, OpenSslDeleter<X509_STORE_free>>;
+
+//! Returns all that \a store has so far; handshakes of other threads may be adding to it.
+Certificates authoritiesIn(X509_STORE* store)
+{
+    Certificates authorities;
+    const AuthoritiesLock lock(store);
+    STACK_OF(X509_OBJECT)* objects = X509_STORE_get0_objects(store);
+    for (int i = 0; i < sk_X509_OBJECT_num(objects); ++i) {
+        if (X509* certificate = certificateOf(sk_X509_OBJECT_value(objects, i))) {
+            X509_up_ref(certificate);
+            authorities.emplace_back(certificate);
+        }
+    }
+    return authorities;
+}
+
+/*
+    Handshakes of other threads read a store's list of directories without a lock. A new directory
+    therefore goes to a new store, with all that the one before had. Connections keep the store that
+    they were made with.
+*/
+void replaceStore(SSL_CTX* context)
+{
+    StoreHandle store(X509_STORE_new());
+    if (!store || !AuthorityReader::prepare(store.get()))
+        return;
+    for (const X509Handle& authority : authoritiesIn(SSL_CTX_get_cert_store(context)))
+        X509_STORE_add_cert(store.get(), authority.get());
+    for (const QByteArray& directory : qAsConst(known().directories))
+        AuthorityReader::addDirectories(store.get(), directory.constData());
+    SSL_CTX_set_cert_store(context, store.release());
+}
+
+/*
+    Notes whether what is loaded while the object lives adds authorities. Reading a file once more
+    does not: the store has each certificate once.
+*/
+class Addition
+{
+public:
+    Addition(SSL_CTX* context, const QByteArray& directory)
+        : m_directory(directory)
+        , m_isNewDirectory(!directory.isEmpty() && !known().directories.contains(directory))
+    {
+        if (m_isNewDirectory)
+            replaceStore(context);
+        m_store = SSL_CTX_get_cert_store(context);
+        m_before = authoritiesIn(m_store).size();
+    }
+
+    ~Addition()
+    {
+        if (m_isNewDirectory && m_hasSucceeded)
+            known().directories.insert(m_directory);
+        if (m_isNewDirectory || authoritiesIn(m_store).size() != m_before)
+            ++known().generation;
+    }
+
+    //! Tells that the directory, if any, is among those of the store.
+    void succeed() { m_hasSucceeded = true; }
+
+private:
+    Q_DISABLE_COPY(Addition)
+
+    QByteArray m_directory;
+    bool m_hasSucceeded = false;
+    bool m_isNewDirectory;
+    X509_STORE* m_store = nullptr;
+    std::size_t m_before = 0;
+};
+
 QByteArray environmentOr(const char* variable, const char* otherwise)
 {
     return qEnvironmentVariableIsSet(variable) ? qgetenv(variable) : QByteArray(otherwise);
 }
 
 } // namespace
+
+void AuthorityFiles::prepare(SSL_CTX* context)
+{
+    AuthorityReader::prepare(SSL_CTX_get_cert_store(context));
+}
 
 void AuthorityFiles::loadDefaults(SSL_CTX* context)
 {
@@ -47,7 +144,9 @@ void AuthorityFiles::loadDefaults(SSL_CTX* context)
     if (isLoaded(file, directory))
         return;
     const FileVersion version = FileVersion::of(file);
+    Addition addition(context, directory);
     AuthorityReader::addDefaults(context, file.constData(), directory.constData());
+    addition.succeed();
     remember(file, directory, version);
 }
 
@@ -56,13 +155,20 @@ bool AuthorityFiles::load(SSL_CTX* context, const QByteArray& file, const QByteA
     if (isLoaded(file, directory))
         return true;
     const FileVersion version = FileVersion::of(file);
+    Addition addition(context, directory);
     X509_STORE* store = SSL_CTX_get_cert_store(context);
     if (!file.isEmpty() && !AuthorityReader::addFile(store, file.constData()))
         return false;
     if (!directory.isEmpty() && !AuthorityReader::addDirectories(store, directory.constData()))
         return false;
+    addition.succeed();
     remember(file, directory, version);
     return true;
+}
+
+quint64 AuthorityFiles::generation()
+{
+    return known().generation;
 }
 
 } // namespace vela

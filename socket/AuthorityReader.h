@@ -25,6 +25,13 @@ public:
     //! \name A version for each engine: newer ones have functions that never ask
     //! \{
     /*!
+        Adds the ways in which \a store looks for issuers that it does not know, none of which leads
+        anywhere yet. To be called before a handshake uses the store: handshakes read the list of
+        these ways without a lock. False on failure.
+    */
+    static bool prepare(X509_STORE* store);
+
+    /*!
         Makes \a store look for issuers that it does not know in \a directories, separated as in
         OpenSSL's environment variables; false, with the reason in OpenSSL's error queue, on
         failure.

@@ -8,6 +8,12 @@
 
 namespace vela {
 
+bool AuthorityReader::prepare(X509_STORE* store)
+{
+    return X509_STORE_add_lookup(store, X509_LOOKUP_file())
+           && X509_STORE_add_lookup(store, X509_LOOKUP_hash_dir());
+}
+
 bool AuthorityReader::addDirectories(X509_STORE* store, const char* directories)
 {
     X509_LOOKUP* lookup = X509_STORE_add_lookup(store, X509_LOOKUP_hash_dir());

@@ -124,6 +124,11 @@ X509_LOOKUP_METHOD directoryMethod = {"Directories of authorities",
 
 } // namespace
 
+bool AuthorityReader::prepare(X509_STORE* store)
+{
+    return X509_STORE_add_lookup(store, &directoryMethod) != nullptr;
+}
+
 bool AuthorityReader::addDirectories(X509_STORE* store, const char* directories)
 {
     X509_LOOKUP* lookup = X509_STORE_add_lookup(store, &directoryMethod);

@@ -2,6 +2,8 @@
 #ifndef FERRULE_FILEVERSION_H
 #define FERRULE_FILEVERSION_H
 
+#include "support/FileStamp.h"
+
 #include <QtCore/QByteArray>
 
 #include <cstdint>
@@ -10,9 +12,10 @@
 namespace vela {
 
 /*!
-    What tells one state of a file from another without reading it: its size, and when it was
-    written. Looked at for each connection, so that it must cost little: times are kept as the file
-    system has them, because turning one into a QDateTime asks for the time zone's file as well.
+    What tells one state of a file from another without reading it: its size, when it was written,
+    and, because that can be set, which file it is and when the system has last changed it. Looked
+   at for each connection, so that it must cost little: times are kept as the file system has them,
+   because turning one into a QDateTime asks for the time zone's file as well.
 */
 class FileVersion
 {
@@ -33,7 +36,8 @@ public:
 
     friend bool operator==(const FileVersion& a, const FileVersion& b)
     {
-        return a.m_exists == b.m_exists && a.m_modified == b.m_modified && a.m_size == b.m_size;
+        return a.m_exists == b.m_exists && a.m_modified == b.m_modified && a.m_size == b.m_size
+               && a.m_stamp == b.m_stamp;
     }
     friend bool operator!=(const FileVersion& a, const FileVersion& b) { return !(a == b); }
 
@@ -41,6 +45,7 @@ private:
     bool m_exists = false;
     Clock::time_point m_modified = {};
     std::uintmax_t m_size = 0;
+    FileStamp m_stamp;
 };
 
 } // namespace vela

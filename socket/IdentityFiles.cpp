@@ -52,6 +52,22 @@ QString takeLoadError()
     return describeOpenSslError(error != 0 ? error : oldest);
 }
 
+// Guarded and kept likewise.
+QByteArray& loadedFingerprint()
+{
+    static auto* const fingerprint = new QByteArray;
+    return *fingerprint;
+}
+
+QByteArray fingerprintOf(const X509* certificate)
+{
+    unsigned char digest[EVP_MAX_MD_SIZE];
+    unsigned int length = 0;
+    if (!certificate || X509_digest(certificate, EVP_sha1(), digest, &length) != 1)
+        return QByteArray();
+    return QByteArray(reinterpret_cast<const char*>(digest), static_cast<int>(length));
+}
+
 QString takeErrorUnless(bool succeeded)
 {
     // Each error is taken at once: the calls that follow may empty OpenSSL's queue.
@@ -77,11 +93,17 @@ IdentityFiles::Errors IdentityFiles::load(SSL_CTX* context, const QByteArray& ce
         SSL_CTX_use_PrivateKey_file(context, key.constData(), SSL_FILETYPE_PEM) == 1);
     errors.match = takeErrorUnless(SSL_CTX_check_private_key(context) == 1);
 
+    loadedFingerprint() = fingerprintOf(SSL_CTX_get0_certificate(context));
     const bool succeeded =
         errors.certificate.isNull() && errors.key.isNull() && errors.match.isNull();
     if (succeeded && source.isSettled())
         loadedSource() = source;
     return errors;
+}
+
+QByteArray IdentityFiles::fingerprint()
+{
+    return loadedFingerprint();
 }
 
 } // namespace vela

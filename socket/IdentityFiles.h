@@ -31,6 +31,9 @@ public:
         becomes of those before.
     */
     static Errors load(SSL_CTX* context, const QByteArray& certificate, const QByteArray& key);
+
+    //! Returns the SHA-1 fingerprint of the certificate that was loaded last; empty before.
+    static QByteArray fingerprint();
 };
 
 } // namespace vela

@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "socket/SslContext.h"
 
-#include "socket/SessionPool.h"
+#include "socket/AuthorityFiles.h"
+#include "socket/ConnectionSession.h"
+#include "socket/SessionCache.h"
+#include "support/OpenSslCompat.h"
 #include "support/OpenSslLocking.h"
 #include "support/PassPhrase.h"
 
-#include <QtCore/QDebug>
 #include <QtCore/QTime>
 
 #include <openssl/rand.h>
@@ -18,30 +20,7 @@ namespace vela {
 
 namespace {
 
-constexpr long SESSION_TIMEOUT_SECONDS = 600;
-
 std::atomic<SSL_CTX*> sharedContext{nullptr};
-
-int sessionCreated(SSL* ssl, SSL_SESSION* session)
-{
-    const auto* key = static_cast<const QString*>(SSL_get_ex_data(ssl, 0));
-    if (!key)
-        return 0;
-    SSL_SESSION_set_ex_data(session, 0, const_cast<QString*>(key));
-    gSessionPool.adopt(*key, session);
-    qDebug("session added to cache");
-    return 1; // The reference that came with the call is the pool's now.
-}
-
-void sessionRemoved(SSL_CTX*, SSL_SESSION* session)
-{
-    const auto* key = static_cast<const QString*>(SSL_SESSION_get_ex_data(session, 0));
-    if (!key)
-        return;
-    SSL_SESSION_set_ex_data(session, 0, nullptr);
-    gSessionPool.remove(*key, session);
-    qDebug("session removed from cache");
-}
 
 // Weak, and only for an OpenSSL that found no entropy of its own.
 void seedRandomGenerator()
@@ -58,10 +37,8 @@ void seedRandomGenerator()
 
 void configure(SSL_CTX* context)
 {
-    SSL_CTX_set_session_cache_mode(context, SSL_SESS_CACHE_BOTH);
-    SSL_CTX_set_timeout(context, SESSION_TIMEOUT_SECONDS);
-    SSL_CTX_sess_set_new_cb(context, sessionCreated);
-    SSL_CTX_sess_set_remove_cb(context, sessionRemoved);
+    SessionCache::attach(context);
+    AuthorityFiles::prepare(context);
     SSL_CTX_set_options(context, SSL_OP_ALL);
     // Without it a read that meets a renegotiation gives up although decrypted data may follow in
     // the same batch, and nothing would ask again.
@@ -111,6 +88,7 @@ bool SslContext::create()
     // Slot 0 is used as it is; but OpenSSL 3 cannot copy a session that has data there unless some
     // slot was asked for, and then every TLS 1.3 server fails.
     SSL_SESSION_get_ex_new_index(0, nullptr, nullptr, nullptr, nullptr);
+    ConnectionSession::prepare();
 
     SSL_CTX* context = SSL_CTX_new(SSLv23_method());
     if (!context)
@@ -146,6 +124,9 @@ bool SslContext::setCipherList(const QByteArray& list)
     if (!trial || SSL_CTX_set_cipher_list(trial, list.constData()) != 1)
         return false;
     lists.inForce = list;
+    // A list may name a security level, by which the context judges the certificate that it is to
+    // load. Connections have their own from the start, so that this one may change at any time.
+    copySecurityLevel(get(), trial);
     if (!lists.contextHasConnections && SSL_CTX_set_cipher_list(get(), list.constData()) == 1)
         lists.ofContext = list;
     return true;
@@ -156,17 +137,21 @@ SSL* SslContext::newConnection()
     CipherLists& lists = cipherLists();
     lists.contextHasConnections = true;
     SSL* ssl = SSL_new(get());
-    if (ssl && lists.inForce != lists.ofContext)
+    if (!ssl)
+        return nullptr;
+    // Its own references: the context may have another store before the handshake is over.
+    X509_STORE* const authorities = SSL_CTX_get_cert_store(get());
+    SSL_set1_verify_cert_store(ssl, authorities);
+    SSL_set1_chain_cert_store(ssl, authorities);
+    if (lists.inForce != lists.ofContext)
         SSL_set_cipher_list(ssl, lists.inForce.constData());
     return ssl;
 }
 
 void SslContext::detach()
 {
-    if (SSL_CTX* context = get()) {
-        SSL_CTX_sess_set_new_cb(context, nullptr);
-        SSL_CTX_sess_set_remove_cb(context, nullptr);
-    }
+    if (SSL_CTX* context = get())
+        SessionCache::detach(context);
 }
 
 } // namespace vela

@@ -131,6 +131,10 @@ bool SslProxySocket::adoptTunnel()
     const QString serverName = peerName();
     const quint16 serverPort = peerPort();
     d->upcomingTransport.clear();
+    // Before it is adopted, because a session is chosen by this name: by the server, not the proxy.
+    // Protected in Qt, which lets a derived class name them for another object only in this way.
+    (tunnel->*&SslProxySocket::setPeerName)(serverName);
+    (tunnel->*&SslProxySocket::setPeerPort)(serverPort);
     setSocket(tunnel);
     if (!self || d->socket != tunnel || d->transportState() != ConnectedState)
         return false;
@@ -138,9 +142,6 @@ bool SslProxySocket::adoptTunnel()
     setTextModeEnabled(d->upcomingTextMode);
     setPeerName(serverName);
     setPeerPort(serverPort);
-    // Protected in Qt, which lets a derived class name them for another object only in this way.
-    (tunnel->*&SslProxySocket::setPeerName)(serverName);
-    (tunnel->*&SslProxySocket::setPeerPort)(serverPort);
     return true;
 }
 

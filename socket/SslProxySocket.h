@@ -62,11 +62,8 @@ namespace vela {
       disconnectFromHost() or close() first.
     - The device is opened only when the tunnel stands: write() before tunnelEstablished() fails,
       where an SslSocket would keep the data for later.
-    - The session key is not set: tunnels share the sessions of the empty key, whatever server they
-      lead to, with each other and with the sockets of servers; see SslSocket. A session of another
-      server that this one happens to accept, as the two may share their ticket keys or be one
-      process, brings the other's certificate with it. Heed \a hostNameMatched of
-      connectionVerificationDone().
+    - The session key is not set, but sessions are resumed with the server that the tunnel leads to,
+      by the name and port that were asked for; see SslSocket.
 */
 class FERRULE_EXPORT SslProxySocket : public SslSocket
 {

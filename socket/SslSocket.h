@@ -45,6 +45,12 @@ class SslSocketPrivate;
     A handshake never fails because of a bad certificate. A host that cares listens to
     connectionVerificationDone() and calls close() or disconnectFromHost() there.
 
+    The verdict holds for the whole connection. A peer that begins another handshake later, as TLS
+    1.2 and earlier versions permit, and shows another certificate in it or none, is refused: the
+    socket reports the error "The peer has changed its certificate after it was verified" and
+    aborts the connection; nothing that came with that certificate is delivered. With the same
+    certificate such a handshake goes unnoticed.
+
     \section errors Errors
     A failure sets errorString(), then emits error() and errorOccurred() once each. Transport
     failures carry the inner socket's code and text; TLS failures carry `UnknownSocketError` and one
@@ -99,9 +105,17 @@ class SslSocketPrivate;
       object and see none. Apply them to socket(); wait for signals instead.
     - There is one TLS context in the process. A cipher list, a certificate or a list of trusted
       authorities that one socket loads stays in force for all sockets set up after it.
-    - Sockets that never connected out, all servers among them, share one empty session key. The
-      sessions of a server process are pooled under it and kept until the process ends, a few KiB
-      for each full handshake. Sessions pooled there never limit what a server negotiates.
+    - The certificate that server sockets have loaded is therefore offered to the servers that the
+      process visits, and signs for it, when they ask for one. A host that does not want to be known
+      to them by that name must run its server in another process.
+    - A client offers a session to the server that it was made with, by host name and port, and to
+      nobody else: for 600 seconds, as long as the cipher list has its cipher, and not any more once
+      the certificate of this process has changed or authorities were added that might change a bad
+      verdict. Through a proxy the target counts, and of an adopted connection the peer. Of what a
+      server has sent, the newest 24 sessions are kept, and of all servers together about 8 MiB;
+      none after a handshake that failed. Servers resume those of their clients that OpenSSL's cache
+      of some 20,000 has, or that have a ticket. What has expired goes when later connections are
+      made, a little at a time.
     - An adopted socket is deleted together with the frame even though the frame never owned it.
 */
 class FERRULE_EXPORT SslSocket : public QTcpSocket
@@ -216,8 +230,8 @@ public:
     /*!
         The PEM file of the local certificate. Loaded by sockets in mode Server only. The shared
         context keeps it: a client socket set up later offers it to a server that asks. This file
-        and that of the key are looked at for each server socket, but read again only when their
-        names, their sizes or the times of their last change are others than before.
+        and that of the key are looked at for each server socket, but read again only when they are
+        other files than before, by name or in the file system, or were changed.
     */
     QString pathToCertificate() const;
     void setPathToCertificate(const QString& path);

@@ -3,6 +3,7 @@
 
 #include "socket/PeerVerdict.h"
 #include "socket/SslSocketPrivate.h"
+#include "support/OpenSslCompat.h"
 #include "support/OpenSslHandles.h"
 
 #include <Ferrule/SslSocket.h>
@@ -71,7 +72,10 @@ QString SslSocket::localCertificate() const
 
 X509* SslSocket::x509peerCertificate() const
 {
-    return d->ssl ? SSL_get_peer_certificate(d->ssl) : nullptr;
+    X509* certificate = d->ssl ? d->session.peer.certificate(d->ssl) : nullptr;
+    if (certificate)
+        X509_up_ref(certificate);
+    return certificate;
 }
 
 X509* SslSocket::x509localCertificate() const

@@ -2,8 +2,9 @@
 // The TLS settings of an SslSocket and the engine that is made from them.
 
 #include "socket/AuthorityFiles.h"
+#include "socket/GroupLimit.h"
 #include "socket/IdentityFiles.h"
-#include "socket/SessionPool.h"
+#include "socket/SessionCache.h"
 #include "socket/SslContext.h"
 #include "socket/SslSocketPrivate.h"
 #include "support/EngineFileName.h"
@@ -14,6 +15,7 @@
 #include <Ferrule/SslSocket.h>
 
 #include <QtCore/QFile>
+#include <QtCore/QTimer>
 #include <QtNetwork/QHostAddress>
 
 #include <mutex>
@@ -118,9 +120,11 @@ QString SslSocketPrivate::createEngine()
     if (!ssl)
         return SslSocket::tr("Error creating SSL session, %1").arg(takeOpenSslError());
     SSL_clear(ssl);
-    SSL_set_ex_data(ssl, 0, const_cast<QString*>(gSessionPool.internKey(sessionKey)));
-    error = offerPooledSession();
-    return error.isNull() ? connectEngine() : error;
+    // A server has no use for a session of the pool's, which would make the reference engine speak
+    // the version that it was made with.
+    if (!session.begin(ssl, sessionOrigin(), mode != SslSocket::Server))
+        return SslSocket::tr("Error setting pooled SSL session");
+    return connectEngine();
 }
 
 QString SslSocketPrivate::applyCipherList()
@@ -157,24 +161,14 @@ QString SslSocketPrivate::loadAuthorities(SSL_CTX* context)
     return SslSocket::tr("Failed to load the list of trusted CAs: %1").arg(takeOpenSslError());
 }
 
-QString SslSocketPrivate::offerPooledSession()
+SessionOrigin SslSocketPrivate::sessionOrigin() const
 {
-    SSL_SESSION* session = gSessionPool.take(sessionKey);
-    if (!session)
-        return QString();
-    if (SSL_set_session(ssl, session) == 0) {
-        gSessionPool.remove(sessionKey, session);
-        return SslSocket::tr("Error setting pooled SSL session");
-    }
-    // OpenSSL 1.0.2 confines the connection to the session's protocol version. That is right for a
-    // client that resumes it. A server has no use for it and must go on negotiating, and so must a
-    // client whose session cannot be resumed, such as that of a connection that failed.
-    // The verdict on the session's peer, which came with it, has to be taken back as well.
-    if (mode == SslSocket::Server || !SSL_SESSION_is_resumable(session)) {
-        SSL_set_session(ssl, nullptr);
-        SSL_set_verify_result(ssl, X509_V_OK);
-    }
-    return QString();
+    if (ownsSocket || !socket)
+        return {sessionKey, sessionKey};
+    const QString name = socket->peerName();
+    const QString server = name.isEmpty() ? socket->peerAddress().toString() : name;
+    return {sessionKey,
+            QString::fromLatin1("%1:%2").arg(server, QString::number(socket->peerPort()))};
 }
 
 QString SslSocketPrivate::connectEngine()
@@ -191,6 +185,7 @@ QString SslSocketPrivate::connectEngine()
         SSL_set_accept_state(ssl);
     else
         SSL_set_connect_state(ssl);
+    limitGroups(ssl);
     return QString();
 }
 
@@ -209,14 +204,17 @@ void SslSocketPrivate::releaseEngine()
         return;
     // Freed without this, a connection that did not say goodbye would take its session with it.
     SSL_set_shutdown(ssl, SSL_SENT_SHUTDOWN);
-    if (const auto* key = static_cast<const QString*>(SSL_get_ex_data(ssl, 0))) {
-        if (SSL_SESSION* session = SSL_get_session(ssl))
-            gSessionPool.add(*key, session);
-    }
+    session.end(ssl);
     SSL_free(ssl); // And both BIOs with it.
     ssl = nullptr;
     readBio = nullptr;
     writeBio = nullptr;
+}
+
+void SslSocketPrivate::tidySessions()
+{
+    if (SessionCache::tidy())
+        QTimer::singleShot(SessionCache::tidyInterval(), q, [this] { tidySessions(); });
 }
 
 QString SslSocket::printStatistics()

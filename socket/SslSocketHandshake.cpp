@@ -32,6 +32,7 @@ bool SslSocket::sslAcceptOrConnect(bool accept)
     if (!d->sslInitialised && !initSsl())
         return false;
 
+    d->session.enterRole(d->ssl, accept);
     clearOpenSslErrors();
     const int result = accept ? SSL_accept(d->ssl) : SSL_connect(d->ssl);
     if (result > 0)
@@ -42,14 +43,20 @@ bool SslSocket::sslAcceptOrConnect(bool accept)
         writeToSocket();
         return false;
     }
+    d->session.handshakeFailed();
     d->failEngine(tr("SSL error: %1").arg(takeOpenSslError()));
     return false;
 }
 
 bool SslSocketPrivate::completeHandshake()
 {
+    session.handshakeCompleted();
+    session.peer.begin(ssl);
     const SessionGuard guard(this);
     handshakeDone = true;
+    tidySessions();
+    if (!guard.holds())
+        return false;
     judgePeer();
     // A slot may have turned the peer down.
     if (!guard.holds() || transportState() != QAbstractSocket::ConnectedState)
@@ -63,6 +70,23 @@ bool SslSocketPrivate::completeHandshake()
                                  << " reused: " << (SSL_session_reused(ssl) != 0);
     q->readFromSocket();
     return guard.holds();
+}
+
+/*
+    Asked whenever the engine may have completed another handshake, before anything that came with
+    it or goes to it is let through. Returns false when the connection was ended.
+*/
+bool SslSocketPrivate::keepsPeer()
+{
+    if (!session.peer.hasRefused() && session.peer.isSamePeer(ssl))
+        return true;
+    if (!session.peer.refuse())
+        return false;
+    const SessionGuard guard(this);
+    fail(QStringLiteral("The peer has changed its certificate after it was verified"));
+    if (guard.holds() && socket)
+        socket->abort();
+    return false;
 }
 
 void SslSocketPrivate::judgePeer()

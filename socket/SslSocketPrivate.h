@@ -2,6 +2,7 @@
 #ifndef FERRULE_SSLSOCKETPRIVATE_H
 #define FERRULE_SSLSOCKETPRIVATE_H
 
+#include "socket/ConnectionSession.h"
 #include "socket/RingBuffer.h"
 #include "socket/TransportSignal.h"
 
@@ -60,9 +61,12 @@ public:
     QString applyCipherList();
     QString loadIdentity(SSL_CTX* context);
     QString loadAuthorities(SSL_CTX* context);
-    QString offerPooledSession();
     QString connectEngine();
     //! \}
+    //! Returns with whom a session of the connection would be made.
+    SessionOrigin sessionOrigin() const;
+    //! Throws out sessions that have expired, a few now and the others later.
+    void tidySessions();
     void copyEndpoint();
 
     //! \name The handshake
@@ -74,6 +78,7 @@ public:
         judges the peer; nothing is read then. It stays so when the peer was turned down.
     */
     bool isBeingJudged() const { return handshakeDone && !established; }
+    bool keepsPeer();
     //! \}
 
     //! \name Moving bytes; each returns false when the connection is not to be touched any further
@@ -142,6 +147,7 @@ public:
     QString ciphers;
     SslSocket* const q;
 
+    ConnectionSession session;
     //! Records that are to be sent with the next write to the inner socket.
     QByteArray ciphertext;
     //! Counts resets: tells code that emitted a signal whether it still deals with the same

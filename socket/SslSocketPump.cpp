@@ -193,6 +193,8 @@ bool SslSocketPrivate::decrypt()
         }
         clearOpenSslErrors();
         result = SSL_read(ssl, piece, PLAINTEXT_PIECE);
+        if (!keepsPeer())
+            return false;
         if (result < 1)
             break;
         std::memcpy(readBuffer.reserve(result), piece, static_cast<std::size_t>(result));
@@ -273,9 +275,13 @@ bool SslSocketPrivate::encrypt()
     if (!writeBuffer.isEmpty())
         ciphertext.reserve(roomForRecords(ciphertext.size() + writeBuffer.size()));
     while (!writeBuffer.isEmpty()) {
+        if (session.peer.hasRefused())
+            return false;
         clearOpenSslErrors();
         const int size = std::min(LARGEST_PIECE, writeBuffer.nextDataBlockSize());
         const int written = SSL_write(ssl, writeBuffer.readPointer(), size);
+        if (!keepsPeer())
+            return false;
         if (written < 1 && SSL_in_init(ssl) && isWaiting(SSL_get_error(ssl, written)))
             return true;
         if (written < 1) {

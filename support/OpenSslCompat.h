@@ -8,6 +8,7 @@
 */
 
 #include <openssl/crypto.h>
+#include <openssl/dh.h>
 #include <openssl/ec.h>
 #include <openssl/err.h>
 #include <openssl/evp.h>
@@ -16,6 +17,8 @@
 #include <openssl/rsa.h>
 #include <openssl/ssl.h>
 #include <openssl/x509.h>
+
+#include <cstddef>
 
 #if OPENSSL_VERSION_NUMBER < 0x10100000L
 
@@ -50,6 +53,24 @@ inline int SSL_SESSION_is_resumable(const SSL_SESSION* session)
            && (session->session_id_length > 0 || session->tlsext_ticklen > 0);
 }
 
+inline STACK_OF(X509_OBJECT) * X509_STORE_get0_objects(const X509_STORE* store)
+{
+    return store->objs;
+}
+
+inline std::size_t SSL_SESSION_get_master_key(const SSL_SESSION* session, unsigned char*,
+                                              std::size_t)
+{
+    return static_cast<std::size_t>(session->master_key_length); // Nobody asks for the key itself.
+}
+
+inline void SSL_SESSION_get0_ticket(const SSL_SESSION* session, const unsigned char** ticket,
+                                    std::size_t* length)
+{
+    *ticket = session->tlsext_tick;
+    *length = session->tlsext_ticklen;
+}
+
 #endif
 
 namespace vela {
@@ -67,19 +88,189 @@ constexpr int REFERENCE_ENGINE_NID_COUNT = 958;
 */
 constexpr int REFERENCE_ENGINE_INVALID_CA = 24;
 
+/*!
+    Returns the certificate in \a object, borrowed; null when that is something else.
+*/
+#if OPENSSL_VERSION_NUMBER < 0x10100000L
+
+inline X509* certificateOf(const X509_OBJECT* object)
+{
+    return object->type == X509_LU_X509 ? object->data.x509 : nullptr;
+}
+
+#else
+
+inline X509* certificateOf(const X509_OBJECT* object)
+{
+    return X509_OBJECT_get0_X509(object);
+}
+
+#endif
+
+/*!
+    Returns the number of the cipher that \a session was made with, as SSL_CIPHER_get_id() gives it;
+    0 when it is not known.
+*/
+#if OPENSSL_VERSION_NUMBER < 0x10100000L
+
+inline unsigned long sessionCipherId(const SSL_SESSION* session)
+{
+    return session->cipher ? SSL_CIPHER_get_id(session->cipher) : session->cipher_id;
+}
+
+inline int securityLevel(const SSL*)
+{
+    return 0; // There are none.
+}
+
+inline void copySecurityLevel(SSL_CTX*, const SSL_CTX*)
+{
+}
+
+#else
+
+inline unsigned long sessionCipherId(const SSL_SESSION* session)
+{
+    const SSL_CIPHER* cipher = SSL_SESSION_get0_cipher(session);
+    return cipher ? SSL_CIPHER_get_id(cipher) : 0;
+}
+
+inline int securityLevel(const SSL* ssl)
+{
+    return SSL_get_security_level(ssl);
+}
+
+inline void copySecurityLevel(SSL_CTX* context, const SSL_CTX* source)
+{
+    SSL_CTX_set_security_level(context, SSL_CTX_get_security_level(source));
+}
+
+#endif
+
+//! Returns the certificate of the peer as long as the connection has it, borrowed; or null.
+#if OPENSSL_VERSION_NUMBER < 0x10100000L
+
+inline X509* peerCertificateOf(const SSL* ssl)
+{
+    return ssl->session ? ssl->session->peer : nullptr;
+}
+
+#elif OPENSSL_VERSION_NUMBER < 0x30000000L
+
+inline X509* peerCertificateOf(const SSL* ssl)
+{
+    X509* certificate = SSL_get_peer_certificate(ssl);
+    X509_free(certificate);
+    return certificate;
+}
+
+#else
+
+inline X509* peerCertificateOf(const SSL* ssl)
+{
+    return SSL_get0_peer_certificate(ssl);
+}
+
+#endif
+
+//! Keeps other threads from changing \a store while the object lives.
+class AuthoritiesLock
+{
+public:
+#if OPENSSL_VERSION_NUMBER < 0x10100000L
+    explicit AuthoritiesLock(X509_STORE*)
+    {
+        CRYPTO_w_lock(CRYPTO_LOCK_X509_STORE);
+    }
+    ~AuthoritiesLock()
+    {
+        CRYPTO_w_unlock(CRYPTO_LOCK_X509_STORE);
+    }
+#else
+    explicit AuthoritiesLock(X509_STORE* store)
+        : m_store(store)
+    {
+        X509_STORE_lock(store);
+    }
+    ~AuthoritiesLock()
+    {
+        X509_STORE_unlock(m_store);
+    }
+#endif
+    AuthoritiesLock(const AuthoritiesLock&) = delete;
+    AuthoritiesLock& operator=(const AuthoritiesLock&) = delete;
+
+#if OPENSSL_VERSION_NUMBER >= 0x10100000L
+private:
+    X509_STORE* m_store;
+#endif
+};
+
+/*!
+    Has \a isAcceptable look at each message of the server's handshake, header included, before the
+    engine does. Of a message that is not accepted the engine finds another length, and refuses it.
+    Engines that have the bounds themselves that this is for do not ask.
+*/
+using MessageJudge = bool (*)(const SSL* ssl, const unsigned char* message, std::size_t size);
+
+#if OPENSSL_VERSION_NUMBER < 0x10100000L
+
+template <MessageJudge isAcceptable>
+void judgeMessage(int isWritten, int, int contentType, const void* message, std::size_t size,
+                  SSL* ssl, void*)
+{
+    if (isWritten || contentType != SSL3_RT_HANDSHAKE
+        || isAcceptable(ssl, static_cast<const unsigned char*>(message), size)) {
+        return;
+    }
+    DHerr(DH_F_COMPUTE_KEY, DH_R_MODULUS_TOO_LARGE);
+    ssl->init_num = ssl->init_num > 0 ? 0 : 1;
+    ssl->s3->tmp.message_size = static_cast<unsigned long>(ssl->init_num);
+}
+
+template <MessageJudge isAcceptable>
+void judgeServerMessages(SSL* ssl)
+{
+    SSL_set_msg_callback(ssl, judgeMessage<isAcceptable>);
+}
+
+inline bool isDiffieHellmanKey(const EVP_PKEY* key)
+{
+    return EVP_PKEY_id(key) == EVP_PKEY_DH || EVP_PKEY_id(key) == EVP_PKEY_DHX;
+}
+
+#else
+
+template <MessageJudge isAcceptable>
+void judgeServerMessages(SSL*)
+{
+}
+
+inline bool isDiffieHellmanKey(const EVP_PKEY* key)
+{
+    return EVP_PKEY_base_id(key) == EVP_PKEY_DH || EVP_PKEY_base_id(key) == EVP_PKEY_DHX;
+}
+
+#endif
+
 using OpenSslLockingCallback = void (*)(int mode, int number, const char* file, int line);
 using OpenSslThreadIdCallback = unsigned long (*)();
 
 /*!
-    Installs the callbacks with which OpenSSL locks; withdraws them where they are still installed.
+    Installs the callbacks with which OpenSSL locks, unless there are others; withdraws them where
+    they are still installed.
     Engines from 1.1.0 on lock by themselves, and neither call does anything.
 */
 #if OPENSSL_VERSION_NUMBER < 0x10100000L
 
 inline void installOpenSslCallbacks(OpenSslLockingCallback locking, OpenSslThreadIdCallback id)
 {
+    if (CRYPTO_get_locking_callback())
+        return;
+    // Numbers of threads come first: a lock taken under one must not be released under another.
+    if (!CRYPTO_get_id_callback() && !CRYPTO_THREADID_get_callback())
+        CRYPTO_set_id_callback(id);
     CRYPTO_set_locking_callback(locking);
-    CRYPTO_set_id_callback(id);
 }
 
 inline void withdrawOpenSslCallbacks(OpenSslLockingCallback locking, OpenSslThreadIdCallback id)

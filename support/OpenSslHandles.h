@@ -28,6 +28,7 @@ inline void freeOpenSslString(char* text)
 
 using BioHandle = std::unique_ptr<BIO, OpenSslDeleter<BIO_free>>;
 using EvpPkeyHandle = std::unique_ptr<EVP_PKEY, OpenSslDeleter<EVP_PKEY_free>>;
+using SessionHandle = std::unique_ptr<SSL_SESSION, OpenSslDeleter<SSL_SESSION_free>>;
 using SslHandle = std::unique_ptr<SSL, OpenSslDeleter<SSL_free>>;
 using SslContextHandle = std::unique_ptr<SSL_CTX, OpenSslDeleter<SSL_CTX_free>>;
 using X509Handle = std::unique_ptr<X509, OpenSslDeleter<X509_free>>;

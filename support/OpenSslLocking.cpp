@@ -4,6 +4,7 @@
 #include "support/OpenSslCompat.h"
 #include "support/ThreadAnnotations.h"
 
+#include <QtCore/QDeadlineTimer>
 #include <QtCore/QMutex>
 #include <QtCore/QThread>
 
@@ -15,6 +16,9 @@
 namespace vela {
 
 namespace {
+
+// Locks are held for moments. Who holds one much longer will not release it before we go.
+constexpr int LONGEST_WAIT_MSECS = 250;
 
 using LockSlot = std::atomic<QMutex*>;
 
@@ -74,6 +78,48 @@ unsigned long threadIdCallback()
     return static_cast<unsigned long>(reinterpret_cast<quintptr>(QThread::currentThreadId()));
 }
 
+//! Holds all locks that there are, as soon as nobody else does; fewer when that takes too long.
+class AllLocks
+{
+public:
+    explicit AllLocks(LockSlot* table)
+        : m_table(table)
+    {
+        const QDeadlineTimer deadline(LONGEST_WAIT_MSECS);
+        for (; m_count < CRYPTO_num_locks(); ++m_count) {
+            QMutex* const lock = m_table[m_count].load();
+            if (lock && !lock->tryLock(static_cast<int>(deadline.remainingTime())))
+                return;
+        }
+    }
+
+    ~AllLocks()
+    {
+        while (m_count > 0) {
+            if (QMutex* const lock = m_table[--m_count].load())
+                lock->unlock();
+        }
+    }
+
+    bool areHeld() const { return m_count == CRYPTO_num_locks(); }
+
+private:
+    Q_DISABLE_COPY(AllLocks)
+
+    LockSlot* m_table;
+    int m_count = 0;
+};
+
+//! Withdraws the callbacks, where they are ours, at a moment at which nobody holds a lock.
+bool withdrawCallbacks(LockSlot* table)
+{
+    const AllLocks locks(table);
+    if (!locks.areHeld())
+        return false;
+    withdrawOpenSslCallbacks(lockingCallback, threadIdCallback);
+    return true;
+}
+
 } // namespace
 
 void installOpenSslLocking()
@@ -83,12 +129,18 @@ void installOpenSslLocking()
 
 void removeOpenSslLocking()
 {
-    withdrawOpenSslCallbacks(lockingCallback, threadIdCallback);
-    const std::unique_ptr<LockSlot[]> table(lockTable.exchange(nullptr));
-    if (!table)
+    const QMutexLocker locker(&lockTableGuard());
+    LockSlot* const table = lockTable.load();
+    if (!table) {
+        withdrawOpenSslCallbacks(lockingCallback, threadIdCallback);
         return;
+    }
+    if (!withdrawCallbacks(table))
+        return; // Whoever holds a lock is going to release it, and needs it for that.
+    lockTable.store(nullptr);
+    const std::unique_ptr<LockSlot[]> owned(table);
     for (int number = 0; number < CRYPTO_num_locks(); ++number)
-        delete table[static_cast<std::size_t>(number)].load();
+        delete table[number].load();
 }
 
 } // namespace vela

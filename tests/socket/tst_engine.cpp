@@ -103,6 +103,7 @@ private Q_SLOTS:
     void sessionsAreNotOfferedToAnotherPort();
     void statisticsHaveSevenLines();
     void statisticsCountConnections();
+    void securityLevelOfAListIsInForceAfterConnections();
 
 private:
     SslSocket* makeServer();
@@ -563,6 +564,26 @@ void EngineTest::statisticsCountConnections()
         QCOMPARE(figure("cache hits"), hits + (round == 2 ? 2 : 0));
         socket.disconnectFromHost();
     }
+}
+
+// Newer engines judge the key when the certificate is loaded, by the level of the context. The last
+// test here, for the level stays in force.
+void EngineTest::securityLevelOfAListIsInForceAfterConnections()
+{
+    makeServer();
+    QVERIFY(Failure(*m_socket).occurred.isEmpty());
+
+    test::CertificateSpec spec;
+    spec.keyType = test::KeyType::Rsa512;
+    const test::Identity weak = test::makeIdentity(spec);
+    makeServer()->setPathToCertificate(
+        m_directory->writeCertificate(QStringLiteral("weak.pem"), weak));
+    m_socket->setPathToPrivateKey(m_directory->writeKey(QStringLiteral("weak.key"), weak));
+    m_socket->setCiphers(OPENSSL_VERSION_NUMBER < 0x10100000L
+                             ? QStringLiteral("DEFAULT")
+                             : QStringLiteral("DEFAULT:@SECLEVEL=0"));
+    const Failure none(*m_socket);
+    QVERIFY2(none.occurred.isEmpty(), qPrintable(none.text));
 }
 
 QTEST_GUILESS_MAIN(EngineTest)

@@ -44,6 +44,7 @@ private Q_SLOTS:
     void filesWrittenJustNowAreReadAgain();
     void changedFilesAreReadAgain_data();
     void changedFilesAreReadAgain();
+    void replacedFilesOfEqualSizeAndTimeAreReadAgain();
     void otherFilesAreRead();
     void removedFilesAreErrors();
     void failuresAreNotRemembered();
@@ -131,6 +132,28 @@ void IdentityFilesTest::changedFilesAreReadAgain()
     QVERIFY(X509_cmp(certificateInForce(), m_other.x509()) == 0);
 }
 
+// As when a tree is unpacked whose times were made equal, or a certificate is renewed by rename.
+void IdentityFilesTest::replacedFilesOfEqualSizeAndTimeAreReadAgain()
+{
+    constexpr int SIZE = 2000;
+    const QDateTime time = QDateTime::fromSecsSinceEpoch(1'000'000'000);
+    const auto replace = [&](const QString& path, const QByteArray& content) {
+        const QString fresh = path + QStringLiteral(".new");
+        writeFile(fresh, content.leftJustified(SIZE, '\n'), 0);
+        QFile file(fresh);
+        return file.open(QIODevice::ReadWrite)
+               && file.setFileTime(time, QFileDevice::FileModificationTime)
+               && (file.close(), QFile::remove(path), file.rename(path));
+    };
+    QVERIFY(replace(m_certificate, m_identity.certificatePem()));
+    QVERIFY(replace(m_key, m_identity.keyPem()));
+    QVERIFY(loads());
+    QVERIFY(replace(m_certificate, m_other.certificatePem()));
+    QVERIFY(replace(m_key, m_other.keyPem()));
+    QVERIFY(loads());
+    QVERIFY(X509_cmp(certificateInForce(), m_other.x509()) == 0);
+}
+
 void IdentityFilesTest::otherFilesAreRead()
 {
     QVERIFY(loads());
@@ -185,8 +208,8 @@ void IdentityFilesTest::versionsDiffer_data()
     QTest::addColumn<QByteArray>("content");
     QTest::addColumn<int>("secondsAgo");
     QTest::addColumn<bool>("same");
-    QTest::newRow("same") << QByteArray("abc") << LONG_AGO << true;
-    QTest::newRow("other content of the same length") << QByteArray("xyz") << LONG_AGO << true;
+    QTest::newRow("left alone") << QByteArray() << LONG_AGO << true;
+    QTest::newRow("other content of the same length") << QByteArray("xyz") << LONG_AGO << false;
     QTest::newRow("longer") << QByteArray("abcd") << LONG_AGO << false;
     QTest::newRow("later") << QByteArray("abc") << LONG_AGO - 2 << false;
     QTest::newRow("earlier") << QByteArray("abc") << LONG_AGO + 2 << false;
@@ -207,8 +230,18 @@ void IdentityFilesTest::versionsDiffer()
     };
     QVERIFY(setTime(time));
     const FileVersion before = FileVersion::of(name);
-    writeFile(m_certificate, content, 0);
-    QVERIFY(setTime(time.addSecs(LONG_AGO - secondsAgo)));
+    if (!content.isNull()) {
+        // So much later that the clock of the file system has gone on.
+        const QByteArray probe = QFile::encodeName(m_directory->path() + QStringLiteral("/probe"));
+        const auto changedAfter = [&] {
+            writeFile(QFile::decodeName(probe), "probe", 0);
+            return vela::FileStamp::of(vela::engineFilePath(probe)).changed;
+        };
+        const std::int64_t written = changedAfter();
+        QTRY_VERIFY(changedAfter() != written);
+        writeFile(m_certificate, content, 0);
+        QVERIFY(setTime(time.addSecs(LONG_AGO - secondsAgo)));
+    }
     QCOMPARE(FileVersion::of(name) == before, same);
     QCOMPARE(FileVersion::of(name) != before, !same);
     QVERIFY(FileVersion::of(name) != FileVersion());

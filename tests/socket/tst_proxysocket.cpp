@@ -540,8 +540,8 @@ void ProxySocketTest::noSessionKeyIsSet()
     QVERIFY(messages.messages().contains(QStringLiteral("session  reused: false")));
 }
 
-// All tunnels share one key, so the first connection after those to other servers may take a
-// session that this server does not know.
+// Other tests have left sessions with servers of the same name that this one does not know; each is
+// offered once.
 void ProxySocketTest::secondConnectionResumesTheSession()
 {
     EchoingProxy proxy;

@@ -1,10 +1,14 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Whose the cipher lists are: the shared context's, or a connection's own.
+#include "socket/AuthorityFiles.h"
 #include "socket/SslContext.h"
+#include "support/OpenSslCompat.h"
 #include "support/OpenSslHandles.h"
+#include "tests/common/TlsServer.h"
 
 #include <QtTest/QtTest>
 
+using vela::AuthorityFiles;
 using vela::SslContext;
 using vela::SslHandle;
 
@@ -50,6 +54,7 @@ private Q_SLOTS:
     void listsAreTheContextsBeforeTheFirstConnection();
     void laterListsAreTheConnectionsOwn();
     void contextsListComesBackIntoForce();
+    void newDirectoriesDoNotChangeTheStoreOfConnections();
 };
 
 void SslContextTest::unknownListChangesNothing()
@@ -82,6 +87,46 @@ void SslContextTest::contextsListComesBackIntoForce()
 {
     QVERIFY(SslContext::setCipherList(FIRST));
     QCOMPARE(ciphersOfNewConnection(), QList<QByteArray>{FIRST});
+}
+
+// OpenSSL reads the list of directories without a lock while it verifies.
+void SslContextTest::newDirectoriesDoNotChangeTheStoreOfConnections()
+{
+    const auto store = [] { return SSL_CTX_get_cert_store(SslContext::get()); };
+    const auto count = [&] { return sk_X509_OBJECT_num(X509_STORE_get0_objects(store())); };
+    const auto load = [](const QString& file, const QString& directory) {
+        return AuthorityFiles::load(SslContext::get(), QFile::encodeName(file),
+                                    QFile::encodeName(directory));
+    };
+    const test::Authority authority;
+    const test::PemDirectory first;
+    const test::PemDirectory second;
+    QVERIFY(load(authority.caFile, QString()));
+    QCOMPARE(count(), 1);
+    QVERIFY(load(QString(), first.path()));
+    X509_STORE* const before = store();
+    const SslHandle connection(SslContext::newConnection());
+    const quint64 generation = AuthorityFiles::generation();
+
+    QVERIFY(load(authority.caFile, first.path()));
+    QCOMPARE(store(), before);
+    QCOMPARE(AuthorityFiles::generation(), generation);
+
+    QVERIFY(load(QString(), second.path()));
+    QVERIFY(store() != before);
+    QCOMPARE(count(), 1);
+    QVERIFY(AuthorityFiles::generation() > generation);
+
+    // A directory from before is still looked at.
+    const test::Authority late(QStringLiteral("Late authority"));
+    const unsigned long hash = X509_subject_name_hash(late.root.x509());
+    first.write(QStringLiteral("%1.0").arg(hash, 8, 16, QLatin1Char('0')),
+                late.root.certificatePem());
+    std::unique_ptr<X509_STORE_CTX, vela::OpenSslDeleter<X509_STORE_CTX_free>> verification(
+        X509_STORE_CTX_new());
+    const test::Identity end = late.issue();
+    X509_STORE_CTX_init(verification.get(), store(), end.x509(), nullptr);
+    QCOMPARE(X509_verify_cert(verification.get()), 1);
 }
 
 QTEST_GUILESS_MAIN(SslContextTest)
