@@ -69,8 +69,8 @@ Certificates authoritiesIn(X509_STORE* store)
 }
 
 /*
-    Handshakes of other threads read a store's list of directories without a lock. A new directory
-    therefore goes to a new store, with all that the one before had. Connections keep the store that
+    Where handshakes of other threads read a store's list of directories without a lock, a new one
+    goes to a new store, with all that the one before had. Connections keep the store that
     they were made with.
 */
 void replaceStore(SSL_CTX* context)
@@ -96,7 +96,7 @@ public:
         : m_directory(directory)
         , m_isNewDirectory(!directory.isEmpty() && !known().directories.contains(directory))
     {
-        if (m_isNewDirectory)
+        if (m_isNewDirectory && !AuthorityReader::takesDirectoriesInUse())
             replaceStore(context);
         m_store = SSL_CTX_get_cert_store(context);
         m_before = authoritiesIn(m_store).size();

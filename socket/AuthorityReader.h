@@ -32,6 +32,12 @@ public:
     static bool prepare(X509_STORE* store);
 
     /*!
+        Returns false if handshakes read the list of a store's directories without a lock, so that
+        only a store that is not in use yet may be given another one.
+    */
+    static bool takesDirectoriesInUse();
+
+    /*!
         Makes \a store look for issuers that it does not know in \a directories, separated as in
         OpenSSL's environment variables; false, with the reason in OpenSSL's error queue, on
         failure.

@@ -14,6 +14,11 @@ bool AuthorityReader::prepare(X509_STORE* store)
            && X509_STORE_add_lookup(store, X509_LOOKUP_hash_dir());
 }
 
+bool AuthorityReader::takesDirectoriesInUse()
+{
+    return false;
+}
+
 bool AuthorityReader::addDirectories(X509_STORE* store, const char* directories)
 {
     X509_LOOKUP* lookup = X509_STORE_add_lookup(store, X509_LOOKUP_hash_dir());

@@ -129,6 +129,11 @@ bool AuthorityReader::prepare(X509_STORE* store)
     return X509_STORE_add_lookup(store, &directoryMethod) != nullptr;
 }
 
+bool AuthorityReader::takesDirectoriesInUse()
+{
+    return true;
+}
+
 bool AuthorityReader::addDirectories(X509_STORE* store, const char* directories)
 {
     X509_LOOKUP* lookup = X509_STORE_add_lookup(store, &directoryMethod);

@@ -2,6 +2,7 @@
 #include <Ferrule/SslProxySocket.h>
 #include <Ferrule/SslSocket.h>
 
+#include "socket/SessionCache.h"
 #include "socket/SslSocketPrivate.h"
 #include "support/QtCompat.h"
 
@@ -18,6 +19,9 @@ SslSocket::SslSocket(Mode mode, QObject* parent)
 
 SslSocket::~SslSocket()
 {
+    if (d->socket)
+        d->socket->disconnect(this);
+    d->sendLastWords();
     d->reset();
     d->dismissTransports();
     setSocketState(UnconnectedState); // Or the base would announce the end of a connection.
@@ -105,7 +109,8 @@ void SslSocket::close()
     const SessionGuard guard(d);
     const quint64 connection = d->connections;
     d->abandonUpcomingTransport();
-    if (d->socket)
+    d->sendLastWords();
+    if (guard.isAlive() && d->connections == connection && d->socket)
         d->socket->abort();
     // A slot may have begun another connection, which keeps the device open.
     if (guard.isAlive() && d->connections == connection)
@@ -221,12 +226,15 @@ void SslSocketPrivate::failEngine(const QString& text)
     engineFailed = true;
     if (reportingFailure)
         return;
-    // Hosts close the socket when they hear of it, and then nothing would leave any more.
+    // Hosts close the socket when they hear of it, and then nothing would leave any more. Where
+    // something waited already, Qt may be waiting for it to leave; then closing sends the alert.
     const SessionGuard guard(this);
     const bool wasOpen = q->isOpen();
     flushEngine();
-    if (guard.holds() && transportState() == QAbstractSocket::ConnectedState)
-        socket->flush();
+    if (guard.holds() && (activeReads == 0 || nothingWaited))
+        sendLastWords();
+    // OpenSSL has dropped the session of a connection that failed.
+    SessionCache::reportRemovals();
     // A host that was told that the peer has gone may have closed the socket already.
     if (!guard.holds() || q->isOpen() != wasOpen)
         return;
@@ -234,6 +242,12 @@ void SslSocketPrivate::failEngine(const QString& text)
     fail(text);
     if (guard.holds())
         reportingFailure = false;
+}
+
+void SslSocketPrivate::sendLastWords()
+{
+    if (engineFailed && transportState() == QAbstractSocket::ConnectedState)
+        socket->flush();
 }
 
 void SslSocketPrivate::dropBufferedInput()

@@ -83,6 +83,7 @@ bool SslSocketPrivate::keepsPeer()
     if (!session.peer.refuse())
         return false;
     const SessionGuard guard(this);
+    engineFailed = true;
     fail(QStringLiteral("The peer has changed its certificate after it was verified"));
     if (guard.holds() && socket)
         socket->abort();

@@ -114,6 +114,9 @@ public:
         failure that a slot brings about in the report of another one is not reported.
     */
     void failEngine(const QString& text);
+    //! Sends what a failed engine has left for the peer; to be called before the connection is
+    //! ended.
+    void sendLastWords();
     //! Drops what the device has buffered of an earlier connection.
     void dropBufferedInput();
     void emitError(QAbstractSocket::SocketError error);

@@ -54,10 +54,8 @@ void SslSocketPrivate::releaseTransport()
 
 void SslSocketPrivate::dismissTransports()
 {
-    if (QTcpSocket* transport = socket) {
-        transport->disconnect(q);
-        TransportSignal::dismiss(transport);
-    }
+    if (socket)
+        TransportSignal::dismiss(socket);
     const auto children = q->findChildren<QTcpSocket*>(QString(), Qt::FindDirectChildrenOnly);
     for (QTcpSocket* child : children) {
         if (TransportSignal::countOf(child)->isHandling())

@@ -108,6 +108,7 @@ private Q_SLOTS:
     void waitsInReadyReadDoNotNest();
     void waitsInTheErrorOfTlsDoNotNest_data();
     void waitsInTheErrorOfTlsDoNotNest();
+    void failureEndsAWaitForSending();
     void waitForSendingAfterAFailureReturnsAtOnce_data();
     void waitForSendingAfterAFailureReturnsAtOnce();
     void handshakeStepInTheErrorOfTlsIsNotEndless();
@@ -417,6 +418,27 @@ void WaitingTest::waitsInTheErrorOfTlsDoNotNest()
     QTRY_VERIFY(deepest > 0);
     test::settle();
     QCOMPARE(deepest, 1);
+}
+
+// An alert that is flushed while Qt waits leaves Qt nothing to wait for.
+void WaitingTest::failureEndsAWaitForSending()
+{
+    BareConnection connection;
+    QVERIFY(connection.settled);
+    SslSocket& client = connection.client;
+    client.write("request");
+    QCoreApplication::sendPostedEvents(&client);
+    connection.peer().transport()->write(QByteArray("\x17\x03\x03\x00\x05never", 10));
+    sendNow(connection.peer().transport());
+    for (int round = 0; round < 5 && count(connection.log, "error -1") == 0; ++round) {
+        QElapsedTimer timer;
+        timer.start();
+        client.waitForBytesWritten(LONG_MSECS);
+        QVERIFY2(timer.elapsed() < SHORT_MSECS, qPrintable(connection.log.join(u' ')));
+        client.write("more");
+    }
+    QCOMPARE(count(connection.log, "error -1"), 1);
+    QCOMPARE(count(connection.log, "error"), 1);
 }
 
 void WaitingTest::waitForSendingAfterAFailureReturnsAtOnce_data()
