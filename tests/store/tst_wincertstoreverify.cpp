@@ -342,7 +342,7 @@ void WinCertStoreVerifyTest::certificateIsJudgedByItsStoredChain()
     system.platform.setReport({CERT_TRUST_IS_NOT_TIME_VALID, 0, {}});
     QCOMPARE(system.store.verify(leaf), vela::VerifyExpired);
     QCOMPARE(system.platform.takeCalls(), QStringList({POLL, CREATE_LEAF, CREATE_MIDDLE, ADD_MIDDLE,
-                                                       BUILD, FREE_LEAF, FREE_CHAIN}));
+                                                       FREE_MIDDLE, BUILD, FREE_LEAF, FREE_CHAIN}));
 }
 
 void WinCertStoreVerifyTest::certificateContextBelongsToTheCaller()

@@ -12,6 +12,7 @@
 #include <QtCore/QDateTime>
 #include <QtTest/QtTest>
 
+#include <openssl/crypto.h>
 #include <openssl/err.h>
 
 using test::authorityPlan;
@@ -198,8 +199,10 @@ void ChainStatusTest::everyErrorIsReportedWhereItIs_data()
         "NOT_SIGNATURE_VALID");
     row("leaf signed with MD5", change([](Plans& p) { signWithMd5(&p.intermediate, &p.leaf); }),
         "HAS_WEAK_SIGNATURE");
+    // Newer engines verify such signatures as well, but refuse to make them.
+    const bool canMakeThem = SSLeay() < 0x10100000L;
     for (const char* name : {"MD5", "MD4"}) {
-        const EVP_MD* const digest = digestCalled(name);
+        const EVP_MD* const digest = canMakeThem ? digestCalled(name) : nullptr;
         if (digest)
             row(QByteArray("leaf signed by PSS with ").append(name).constData(),
                 change([digest](Plans& p) {
