@@ -196,8 +196,10 @@ void Row::act()
 void Row::connectAgain()
 {
     const bool unconnected = m_socket->state() == QAbstractSocket::UnconnectedState;
-    m_newConnection = m_conversation.role() == Role::ProxiedClient
-                      || (m_conversation.role() == Role::Client && unconnected);
+    // A tunnel may be asked for at any time, a direct connection only when there is none.
+    const bool tunnels =
+        m_conversation.role() == Role::ProxiedClient && m_action != HostAction::ConnectDirectly;
+    m_newConnection = tunnels || (m_conversation.role() != Role::Server && unconnected);
     m_log->emissions.clear();
     // While there is a direct connection it warns and does nothing else.
     m_conversation.connectOut();
