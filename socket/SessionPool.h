@@ -84,7 +84,7 @@ private:
     };
     using Entries = std::unordered_map<SSL_SESSION*, Entry>;
 
-    PooledSession takeOut(Entries::iterator entry);
+    PooledSession takeOut(Entries::iterator position);
     void takeOutSurplus(const Line& line, Sessions& surplus);
 
     mutable RecursiveMutex m_mutex;

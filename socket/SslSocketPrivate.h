@@ -124,6 +124,10 @@ public:
 
     RingBuffer readBuffer;
     RingBuffer writeBuffer;
+    QPointer<QTcpSocket> socket;
+    SslSocket::Mode mode;
+    bool ownsSocket = true;
+    bool sslInitialised = false;
     //! The engine has completed a handshake.
     bool handshakeDone = false;
     //! The peer has been judged, and data flows.
@@ -132,10 +136,6 @@ public:
     bool connectedDue = false;
     //! The engine has reported a failure of the session.
     bool engineFailed = false;
-    QPointer<QTcpSocket> socket;
-    bool ownsSocket = true;
-    SslSocket::Mode mode;
-    bool sslInitialised = false;
     bool writeScheduled = false;
     bool dataRead = false;
     SSL* ssl = nullptr;
@@ -161,24 +161,24 @@ public:
     quint64 connections = 0;
     //! How many calls of readFromSocket() are active; slots may re-enter it.
     int activeReads = 0;
-    //! An emission of readyRead() is under way in this session.
-    bool announcing = false;
+    //! How many calls of waitForReadyRead() are active; slots may call it, too.
+    int activeWaits = 0;
     //! How often readyRead() is still to be emitted.
     int announcementsDue = 0;
+    //! An emission of readyRead() is under way in this session.
+    bool announcing = false;
     //! A failure of the engine is being reported.
     bool reportingFailure = false;
     //! The last look into the inner socket has found something.
     bool tookCiphertext = false;
-    //! How many calls of waitForReadyRead() are active; slots may call it, too.
-    int activeWaits = 0;
     //! Nothing waited to be sent when the outermost call of readFromSocket() began.
     bool nothingWaited = false;
     //! How many signals of the inner socket are being handled or relayed.
     TransportSignal::CountPtr transportSignals;
-    //! The inner socket was disconnected from us: its connection, if any, is to make no more news.
-    bool transportSilenced = false;
     //! A connection that is being prepared to become the inner socket; null when there is none.
     QPointer<QTcpSocket> upcomingTransport;
+    //! The inner socket was disconnected from us: its connection, if any, is to make no more news.
+    bool transportSilenced = false;
     //! Whether the device is to be in text mode once that connection is its own.
     bool upcomingTextMode = false;
 };

@@ -54,8 +54,8 @@ bool arePoliciesUsable(const CertificatePath& path, WorkBudget* budget)
             || extensions.hasRepeatedPolicies)
             return false;
     }
-    return budget->spend(
-        qint64(path.elements.size() * nodes * (PER_NODE + PER_MAPPING * mappings)));
+    const std::size_t cost = path.elements.size() * nodes * (PER_NODE + PER_MAPPING * mappings);
+    return budget->spend(static_cast<qint64>(cost));
 }
 
 } // namespace
