@@ -135,11 +135,11 @@ void IdentityFilesTest::changedFilesAreReadAgain()
 // As when a tree is unpacked whose times were made equal, or a certificate is renewed by rename.
 void IdentityFilesTest::replacedFilesOfEqualSizeAndTimeAreReadAgain()
 {
-    constexpr int SIZE = 2000;
+    constexpr int LENGTH = 2000;
     const QDateTime time = QDateTime::fromSecsSinceEpoch(1'000'000'000);
     const auto replace = [&](const QString& path, const QByteArray& content) {
         const QString fresh = path + QStringLiteral(".new");
-        writeFile(fresh, content.leftJustified(SIZE, '\n'), 0);
+        writeFile(fresh, content.leftJustified(LENGTH, '\n'), 0);
         QFile file(fresh);
         return file.open(QIODevice::ReadWrite)
                && file.setFileTime(time, QFileDevice::FileModificationTime)

@@ -362,7 +362,7 @@ void WaitingTest::waitInTheErrorOfTlsDoesNotRepeatIt()
 // end, and each record of a large message would take its share of it.
 void WaitingTest::waitsInReadyReadDoNotNest()
 {
-    constexpr int SIZE = 500000;
+    constexpr int LENGTH = 500000;
     BareConnection connection;
     QVERIFY(connection.settled);
     SslSocket& client = connection.client;
@@ -371,12 +371,12 @@ void WaitingTest::waitsInReadyReadDoNotNest()
     bool timedOut = false;
     connect(&client, &QIODevice::readyRead, this, [&] {
         deepest = std::max(deepest, ++depth);
-        while (client.bytesAvailable() < SIZE && !timedOut)
+        while (client.bytesAvailable() < LENGTH && !timedOut)
             timedOut = !client.waitForReadyRead(LONG_MSECS);
         --depth;
     });
-    connection.peer().write(QByteArray(SIZE, 'x'));
-    QTRY_COMPARE(client.bytesAvailable(), SIZE);
+    connection.peer().write(QByteArray(LENGTH, 'x'));
+    QTRY_COMPARE(client.bytesAvailable(), LENGTH);
     QVERIFY(!timedOut);
     QCOMPARE(deepest, 1);
 }
