@@ -74,6 +74,12 @@ ConnectionSession* ConnectionSession::of(const SSL* ssl)
     return static_cast<ConnectionSession*>(SSL_get_ex_data(ssl, connectionIndex));
 }
 
+int ConnectionSession::certificateAsked(SSL*, void* session)
+{
+    static_cast<ConnectionSession*>(session)->m_terms.certificateWasAsked = true;
+    return 1;
+}
+
 bool ConnectionSession::begin(SSL* ssl, const SessionOrigin& origin, bool mayResume)
 {
     *this = ConnectionSession();
@@ -83,6 +89,7 @@ bool ConnectionSession::begin(SSL* ssl, const SessionOrigin& origin, bool mayRes
     m_terms.authorities = AuthorityFiles::generation();
     SSL_set_ex_data(ssl, 0, &m_origin.key);
     SSL_set_ex_data(ssl, connectionIndex, this);
+    SSL_set_cert_cb(ssl, certificateAsked, this);
     if (!mayResume)
         return true;
     m_offered = gSessionPool.take(origin, [&](SSL_SESSION* session, const SessionTerms& terms) {

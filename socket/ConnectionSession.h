@@ -53,6 +53,9 @@ public:
     PeerWatch peer;
 
 private:
+    //! Called by OpenSSL when a client is asked for its certificate, and for every server.
+    static int certificateAsked(SSL* ssl, void* session);
+
     void withdrawOffer(SSL* ssl);
     void pool(PooledSession session);
     void dropOffered();

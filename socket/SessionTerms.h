@@ -32,18 +32,20 @@ struct SessionOrigin
 struct SessionTerms
 {
     int securityLevel = 0;
-    //! Fingerprint of the certificate that a server may have been shown.
+    //! Fingerprint of the certificate that there was to be shown.
     QByteArray localCertificate;
     //! Which authorities the peer was judged by, as AuthorityFiles::generation() counts them.
     quint64 authorities = 0;
     //! The verdict was good. More authorities would not change that.
     bool verified = false;
+    //! The server asked for a certificate. To one that did not, it makes no difference.
+    bool certificateWasAsked = false;
 
     //! Returns whether a session made under these terms would be made again under \a current ones.
     bool hold(const SessionTerms& current) const
     {
         return current.securityLevel <= securityLevel
-               && current.localCertificate == localCertificate
+               && (!certificateWasAsked || current.localCertificate == localCertificate)
                && (verified || current.authorities == authorities);
     }
 };

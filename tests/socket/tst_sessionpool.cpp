@@ -309,9 +309,13 @@ void SessionPoolTest::termsDecideWhatStillHolds()
     QFETCH(QByteArray, certificate);
     QFETCH(quint64, authorities);
     QFETCH(bool, verified);
-    const SessionTerms made{1, QByteArray("own"), 7, verified};
-    const SessionTerms current{level, certificate, authorities, false};
+    SessionTerms made{1, QByteArray("own"), 7, verified, true};
+    const SessionTerms current{level, certificate, authorities, false, false};
     QTEST(made.hold(current), "holds");
+    // A server that did not ask for a certificate does not care which there is.
+    made.certificateWasAsked = false;
+    const bool otherThingsHold = level <= 1 && (verified || authorities == 7);
+    QCOMPARE(made.hold(current), otherThingsHold);
 }
 
 QTEST_GUILESS_MAIN(SessionPoolTest)
