@@ -207,6 +207,9 @@ void DeviceModesTest::unbufferedSocketMayBeUsedAgainInItsEnd()
 // Qt's skip() asks the device itself for its connection; the documentation names the other ways.
 void DeviceModesTest::unbufferedSocketHearsOfAnEndDuringAnEventLoopInReadyRead()
 {
+#ifdef Q_OS_WIN
+    QSKIP("an event loop there is kept busy by what an unbuffered socket of Qt's may not announce");
+#endif
     ModeConnection connection(Way::Direct, QIODevice::ReadWrite | QIODevice::Unbuffered);
     QVERIFY(connection.connects());
     bool first = true;
