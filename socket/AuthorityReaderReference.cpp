@@ -10,11 +10,10 @@
 
 #include <QtCore/QByteArrayList>
 #include <QtCore/QDir>
+#include <QtCore/QMutex>
 
 #include <openssl/pem.h>
 #include <openssl/x509_vfy.h>
-
-#include <mutex>
 
 namespace vela {
 
@@ -25,11 +24,11 @@ struct DirectoryList
 {
     QByteArrayList directories() const
     {
-        const std::lock_guard<std::mutex> lock(mutex);
+        const QMutexLocker lock(&mutex);
         return list;
     }
 
-    mutable std::mutex mutex;
+    mutable QMutex mutex;
     QByteArrayList list;
 };
 
@@ -54,7 +53,7 @@ int addToList(X509_LOOKUP* lookup, int command, const char* names, long, char**)
     if (command != X509_L_ADD_DIR || !names)
         return 0;
     DirectoryList* list = listOf(lookup);
-    const std::lock_guard<std::mutex> lock(list->mutex);
+    const QMutexLocker lock(&list->mutex);
     const char separator = QDir::listSeparator().toLatin1();
     const QByteArrayList directories = QByteArray(names).split(separator);
     for (const QByteArray& directory : directories) {
