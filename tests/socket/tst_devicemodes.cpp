@@ -208,7 +208,7 @@ void DeviceModesTest::unbufferedSocketMayBeUsedAgainInItsEnd()
 void DeviceModesTest::unbufferedSocketHearsOfAnEndDuringAnEventLoopInReadyRead()
 {
 #ifdef Q_OS_WIN
-    QSKIP("an event loop there is kept busy by what an unbuffered socket of Qt's may not announce");
+    QSKIP("hangs under Wine, in Qt's event loop as it seems; not looked into further");
 #endif
     ModeConnection connection(Way::Direct, QIODevice::ReadWrite | QIODevice::Unbuffered);
     QVERIFY(connection.connects());
