@@ -35,7 +35,8 @@ double residentBytes()
 
 } // namespace
 
-// In place of the C library's for all that is in the process.
+// In place of the C library's for all that is in the process, whose parameter's name is reserved.
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name)
 extern "C" __attribute__((visibility("default"))) time_t time(time_t* result)
 {
     timespec now = {};
