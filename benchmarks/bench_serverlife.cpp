@@ -5,12 +5,13 @@
     handshakes, resumed ones, and clients that go after their ClientHello. Told are the resident
     bytes for each connection after the first 30 %, by when OpenSSL's own cache of sessions is full;
     the processor time of each of the last tenth over each of the first; and the longest pause of
-    the event loop while all those sessions expire. And how much a client grows whose server sends it
-    20,000 tickets of 60 KB.
+    the event loop while all those sessions expire. And how much a client grows whose server sends
+    it 20,000 tickets of 60 KB.
 
     Each sample takes a new process, and there is only one of each kind: 100,000 connections are
     enough of a statistic. The clock that OpenSSL sees is put forward; nobody waits ten minutes.
-    With --share the cache is not full when the bytes are first looked at, and the figures mean less.
+    With --share the cache is not full when the bytes are first looked at, and the figures mean
+    less.
 */
 
 #include "common/Identity.h"
