@@ -35,54 +35,72 @@ struct Span
 struct Element
 {
     unsigned char tag = 0;
-    Span content;
+    bool hasLength = true; //!< Otherwise it ends with a mark that is not looked for.
+    Span content;          //!< Without a length, everything behind.
 };
 
-/*! Takes the first element off \a span; nothing when it does not lie wholly within. */
+std::size_t takeLength(Span* span, std::size_t octets)
+{
+    std::size_t length = 0;
+    for (std::size_t i = 0; i < octets; ++i)
+        length = length << 8 | *span->begin++;
+    return length;
+}
+
+/*!
+    Takes the first element off \a span; nothing when it does not lie wholly within. Whatever the
+    engines read as an element is one here, the forms that certificates must not have included.
+*/
 std::optional<Element> take(Span* span)
 {
-    Bytes cursor = span->begin;
-    const auto isLeft = [&cursor, span](std::size_t count) {
-        return std::size_t(span->end - cursor) >= count;
-    };
-    if (!isLeft(2))
+    Span rest = *span;
+    if (rest.size() < 2)
         return std::nullopt;
     Element element;
-    element.tag = *cursor++;
+    element.tag = *rest.begin++;
     if ((element.tag & LONG_TAG) == LONG_TAG) {
-        while (isLeft(2) && *cursor & MORE)
-            ++cursor;
-        ++cursor;
+        while (rest.size() > 1 && *rest.begin & MORE)
+            ++rest.begin;
+        ++rest.begin;
     }
-    if (!isLeft(1))
+    if (rest.size() == 0)
         return std::nullopt;
-    std::size_t length = *cursor++;
-    if (length & MORE) {
-        const std::size_t octets = length & ~std::size_t(MORE);
-        if (octets == 0 || octets > sizeof(quint32) || !isLeft(octets))
+    const std::size_t first = *rest.begin++;
+    element.hasLength = first != MORE;
+    std::size_t length = element.hasLength ? first : rest.size();
+    if (first > MORE) {
+        std::size_t octets = first & ~std::size_t(MORE);
+        for (; octets > 0 && rest.size() > 0 && *rest.begin == 0; --octets)
+            ++rest.begin;
+        if (octets > sizeof(quint32) || octets > rest.size())
             return std::nullopt;
-        length = 0;
-        for (std::size_t i = 0; i < octets; ++i)
-            length = length << 8 | *cursor++;
+        length = takeLength(&rest, octets);
     }
-    if (!isLeft(length))
+    if (length > rest.size())
         return std::nullopt;
-    element.content = {cursor, cursor + length};
-    span->begin = cursor + length;
+    element.content = {rest.begin, rest.begin + length};
+    span->begin = element.content.end;
     return element;
 }
 
-//! Takes an element that must have \a tag.
+//! Takes an element that must have \a tag, and a length.
 std::optional<Span> take(Span* span, unsigned char tag)
 {
     const std::optional<Element> element = take(span);
-    return element && element->tag == tag ? std::optional<Span>(element->content) : std::nullopt;
+    const bool isWanted = element && element->tag == tag && element->hasLength;
+    return isWanted ? std::optional<Span>(element->content) : std::nullopt;
 }
 
 //! What may have elements inside: a value that is made of some, and octets that often are.
 bool isNested(unsigned char tag)
 {
     return tag & CONSTRUCTED || tag == TAG_OCTET_STRING || tag == TAG_BIT_STRING;
+}
+
+//! Octets in pieces, between which an element may be torn apart that the engine puts together.
+bool isInPieces(unsigned char tag)
+{
+    return tag == (TAG_OCTET_STRING | CONSTRUCTED) || tag == (TAG_BIT_STRING | CONSTRUCTED);
 }
 
 /*!
@@ -114,7 +132,7 @@ std::size_t countElements(Span whole)
         ++count;
         if (!isNested(element->tag))
             continue;
-        if (levels.size() == MAX_DEPTH)
+        if (levels.size() == MAX_DEPTH || isInPieces(element->tag))
             count += element->content.size() / 2;
         else
             levels.push_back({element->content, isText || !(element->tag & CONSTRUCTED)});
@@ -137,23 +155,27 @@ std::optional<Span> keyInformation(Span toBeSigned)
     return take(&rest, TAG_SEQUENCE);
 }
 
-void describeKey(Span information, CertificateOutline* outline)
+/*!
+    Tells \a outline what kind of key it is. Returns false when that is not plain to see: an engine
+    might read such a key all the same, and on a curve of its own making can compute for ever.
+*/
+bool describeKey(Span information, CertificateOutline* outline)
 {
     std::optional<Span> algorithm = take(&information, TAG_SEQUENCE);
     const std::optional<Span> key = take(&information, TAG_BIT_STRING);
-    if (!algorithm || !key)
-        return;
-    const std::optional<Span> object = take(&*algorithm, TAG_OBJECT);
-    if (!object
-        || !std::equal(object->begin, object->end, OBJECT_CURVE_KEY.begin(),
-                       OBJECT_CURVE_KEY.end())) {
-        return;
-    }
-    outline->hasCurveKey = true;
-    outline->hasCurveParameters = take(&*algorithm, TAG_SEQUENCE).has_value();
+    const std::optional<Span> object = algorithm ? take(&*algorithm, TAG_OBJECT) : std::nullopt;
+    if (!object || !key)
+        return false;
+    outline->hasCurveKey =
+        std::equal(object->begin, object->end, OBJECT_CURVE_KEY.begin(), OBJECT_CURVE_KEY.end());
+    if (!outline->hasCurveKey)
+        return true;
+    Span parameters = *algorithm;
+    outline->hasCurveParameters = parameters.size() != 0 && !take(&parameters, TAG_OBJECT);
     // Behind the number of unused bits: 4 is a whole point, 2 and 3 are half of one.
     constexpr std::size_t FORM = 1;
     outline->hasCompressedPoint = key->size() > FORM && key->begin[FORM] != 4;
+    return true;
 }
 
 } // namespace
@@ -175,8 +197,7 @@ std::optional<CertificateOutline> CertificateOutline::of(const QByteArray& der)
     CertificateOutline outline;
     outline.bytes = whole.size();
     outline.elements = countElements(whole);
-    describeKey(*information, &outline);
-    return outline;
+    return describeKey(*information, &outline) ? std::optional(outline) : std::nullopt;
 }
 
 qint64 CertificateOutline::cost() const

@@ -20,12 +20,13 @@ struct CertificateOutline
     std::size_t elements = 0; //!< Values in it, at all depths.
     std::size_t bytes = 0;    //!< Of the whole encoding.
     bool hasCurveKey = false;
-    bool hasCurveParameters = false; //!< Its key is on a curve that it describes itself.
+    bool hasCurveParameters = false; //!< Its key is on a curve that it does not call by a name.
     bool hasCompressedPoint = false; //!< Half of its key has to be computed.
 
     /*!
-        Returns nothing for what is no certificate by its outermost structure, one octet too long or
-        too short included. What gets an outline need not be a certificate either.
+        Returns nothing for what is no certificate by its outermost structure or that of its key,
+       one octet too long or too short included. What gets an outline need not be a certificate
+       either.
     */
     static std::optional<CertificateOutline> of(const QByteArray& der);
 

@@ -37,7 +37,7 @@ struct PathLimits
     int signatures = 200;
     std::size_t comparisons = 1 << 19; //!< Of names with constraints.
     qint64 work = 30000000;            //!< Nanoseconds, as WorkBudget counts.
-    qint64 decoding = 60000000;        //!< The same, for what a chain's certificates take before.
+    qint64 decoding = 50000000;        //!< The same, for what a chain's certificates take before.
 };
 
 /*! What is asked: whether the way from a certificate to a root is in order. */

@@ -46,7 +46,7 @@ qint64 costOfRsa(EVP_PKEY* key)
 qint64 costOfCurve(EVP_PKEY* key)
 {
     constexpr qint64 FAST = 75000;
-    constexpr qint64 PER_SQUARE_BIT = 9;
+    constexpr qint64 PER_SQUARE_BIT = 14; // As the slowest take, those over binary fields.
     const int bits = EVP_PKEY_bits(key);
     return curveOf(key) == NID_X9_62_prime256v1 ? FAST : squareOf(bits) * PER_SQUARE_BIT;
 }

@@ -115,6 +115,28 @@ QList<QByteArray> denseNames()
     return {encode(leaf)};
 }
 
+//! Engines read forms that certificates must not have.
+QList<QByteArray> namesWithoutALength()
+{
+    Certificate leaf;
+    const QByteArray names = fill(ALMOST_ALL, [](int) { return value(der::DnsName, "a"); });
+    leaf.extensions =
+        der::extension("551d11", QByteArray("\x30\x80", 2) + names + QByteArray(2, '\0'));
+    return {encode(leaf)};
+}
+
+QList<QByteArray> namesTornApart()
+{
+    constexpr unsigned char PIECES = der::OctetString | 0x20;
+    Certificate leaf;
+    const QByteArray names =
+        sequence(fill(ALMOST_ALL, [](int) { return value(der::DnsName, "a"); }));
+    leaf.extensions = sequence(der::object("551d11")
+                               + value(PIECES, value(der::OctetString, names.left(1))
+                                                   + value(der::OctetString, names.mid(1))));
+    return {encode(leaf)};
+}
+
 QList<QByteArray> namesAtTheLimit()
 {
     constexpr int ATTRIBUTES = 1600; // Of five values each.
@@ -366,6 +388,8 @@ QList<HostileChain> hostileChains()
         {"long names that are nearly equal", equalNamesAgainstLongOnes(), {}},
         {"directory names", directoryNames(), {}},
         {"a name of very many parts", denseNames(), {}},
+        {"names in a value without a length", namesWithoutALength(), {}},
+        {"names in octets in pieces", namesTornApart(), {}},
         {"names of as many parts as are read", namesAtTheLimit(), {}},
         {"a name of a megabyte", longText(), {}},
         {"extensions", manyExtensions(), {}},

@@ -2,7 +2,7 @@
 #include "tests/common/DerWriter.h"
 #include "tests/common/TestCertificates.h"
 
-#include "store/validation/CertificateOutline.h"
+#include "store/validation/DecodedCertificate.h"
 
 #include <QtTest/QtTest>
 
@@ -10,6 +10,7 @@ using vela::CertificateOutline;
 
 namespace {
 
+constexpr int MANY_NAMES = 5000;
 const char* const CURVE_KEY = "2a8648ce3d0201";
 const char* const CURVE = "2a8648ce3d030107";
 
@@ -34,8 +35,12 @@ private Q_SLOTS:
     void everyTruncationHasNone();
     void elementsAreCountedInsideOfOctets();
     void elementsThatCannotBeReadCountAsTheMostThereCouldBe();
+    void elementsInOtherFormsAreCounted_data();
+    void elementsInOtherFormsAreCounted();
     void tooManyElementsAreNotDecoded();
     void formOfTheKeyIsSeen();
+    void keyInAnotherFormIsNotDecoded_data();
+    void keyInAnotherFormIsNotDecoded();
 };
 
 void CertificateOutlineTest::certificateHasOne()
@@ -61,7 +66,7 @@ void CertificateOutlineTest::otherThingsHaveNone_data()
     QTest::newRow("no signature") << test::der::sequence(test::der::sequence({}));
     QTest::newRow("length without end")
         << QByteArray("\x30\x80", 2) + der.mid(4) + QByteArray(2, 0);
-    QTest::newRow("length of five octets") << QByteArray("\x30\x85\0\0\0\0\0", 7);
+    QTest::newRow("length of five octets") << QByteArray("\x30\x85\1\0\0\0\0", 7);
 }
 
 void CertificateOutlineTest::otherThingsHaveNone()
@@ -106,6 +111,42 @@ void CertificateOutlineTest::elementsThatCannotBeReadCountAsTheMostThereCouldBe(
     QVERIFY(CertificateOutline::of(test::der::encode(one))->elements >= HIDDEN);
 }
 
+void CertificateOutlineTest::elementsInOtherFormsAreCounted_data()
+{
+    using namespace test::der;
+    QTest::addColumn<QByteArray>("extension");
+    QByteArray names;
+    for (int i = 0; i < MANY_NAMES; ++i)
+        names += value(DnsName, "a");
+    const auto octets = [](const QByteArray& content) { return value(OctetString, content); };
+    const auto withOctets = [](const QByteArray& encoded) {
+        return sequence(object("551d11") + encoded);
+    };
+    const QByteArray usual = sequence(names);
+    QTest::newRow("without a length")
+        << withOctets(octets(QByteArray("\x30\x80", 2) + names + QByteArray(2, '\0')));
+    QTest::newRow("octets without a length")
+        << withOctets(QByteArray("\x24\x80", 2) + octets(usual) + QByteArray(2, '\0'));
+    QTest::newRow("octets in pieces")
+        << withOctets(value(0x24, octets(usual.left(1)) + octets(usual.mid(1))));
+    QTest::newRow("length with zeros before it")
+        << withOctets(octets(QByteArray("\x30\x88\0\0\0\0\0\0", 8) + char(names.size() >> 8)
+                             + char(names.size()) + names));
+}
+
+//! An engine reads them all the same.
+void CertificateOutlineTest::elementsInOtherFormsAreCounted()
+{
+    QFETCH(QByteArray, extension);
+    test::der::Certificate one;
+    one.extensions = extension;
+    const QByteArray der = test::der::encode(one);
+    const auto certificate = vela::DecodedCertificate::fromDer(der);
+    QVERIFY(certificate);
+    QCOMPARE(certificate->extensions().names.size(), std::size_t(MANY_NAMES));
+    QVERIFY(CertificateOutline::of(der)->elements >= std::size_t(MANY_NAMES));
+}
+
 void CertificateOutlineTest::tooManyElementsAreNotDecoded()
 {
     test::der::Certificate one;
@@ -133,6 +174,37 @@ void CertificateOutlineTest::formOfTheKeyIsSeen()
     QVERIFY(compressed->hasCompressedPoint && compressed->isDecodable());
     QVERIFY(compressed->cost() > usual->cost() + 500000);
     QVERIFY(!CertificateOutline::of(withKey(described, whole))->isDecodable());
+}
+
+void CertificateOutlineTest::keyInAnotherFormIsNotDecoded_data()
+{
+    using namespace test::der;
+    QTest::addColumn<QByteArray>("key");
+    const QByteArray name = object(CURVE_KEY);
+    const QByteArray described = sequence(object(CURVE));
+    const QByteArray point = '\2' + QByteArray(32, 'x');
+    const QByteArray unending = QByteArray("\x30\x80", 2);
+    const QByteArray end(2, '\0');
+    QTest::newRow("curve without a length")
+        << sequence(sequence(name + unending + described.mid(2) + end) + bits(point));
+    QTest::newRow("algorithm without a length")
+        << sequence(unending + name + described + end + bits(point));
+    QTest::newRow("point in pieces")
+        << sequence(sequence(name + described) + value(0x23, bits(point)));
+    QTest::newRow("curve in another kind of value")
+        << sequence(sequence(name + value(Set, object(CURVE))) + bits(point));
+    QTest::newRow("no object") << sequence(sequence(value(Null, {})) + bits(point));
+    QTest::newRow("no key") << sequence(sequence(name + object(CURVE)));
+}
+
+//! An engine reads it all the same, and may compute for ever on a curve made for that.
+void CertificateOutlineTest::keyInAnotherFormIsNotDecoded()
+{
+    QFETCH(QByteArray, key);
+    test::der::Certificate one;
+    one.key = key;
+    const auto outline = CertificateOutline::of(test::der::encode(one));
+    QVERIFY(!outline || !outline->isDecodable());
 }
 
 QTEST_GUILESS_MAIN(CertificateOutlineTest)
