@@ -13,7 +13,10 @@ constexpr unsigned char TAG_BIT_STRING = 0x03;
 constexpr unsigned char TAG_OCTET_STRING = 0x04;
 constexpr unsigned char TAG_OBJECT = 0x06;
 constexpr unsigned char TAG_SEQUENCE = 0x30;
+constexpr unsigned char TAG_SET = 0x31;
 constexpr unsigned char TAG_VERSION = 0xA0;
+constexpr unsigned char CLASS = 0xC0;
+constexpr unsigned char CONTEXT_CLASS = 0x80;
 constexpr unsigned char CONSTRUCTED = 0x20;
 constexpr unsigned char LONG_TAG = 0x1F;
 constexpr unsigned char MORE = 0x80; //!< Of a tag's or a length's octets.
@@ -91,10 +94,15 @@ std::optional<Span> take(Span* span, unsigned char tag)
     return isWanted ? std::optional<Span>(element->content) : std::nullopt;
 }
 
-//! What may have elements inside: a value that is made of some, and octets that often are.
+/*!
+    What may have elements inside: a value that is made of some, octets that often are, and lists,
+   of which engines do not ask that their tags say so.
+*/
 bool isNested(unsigned char tag)
 {
-    return tag & CONSTRUCTED || tag == TAG_OCTET_STRING || tag == TAG_BIT_STRING;
+    const bool isList = (tag | CONSTRUCTED) == TAG_SEQUENCE || (tag | CONSTRUCTED) == TAG_SET
+                        || (tag & CLASS) == CONTEXT_CLASS;
+    return tag & CONSTRUCTED || isList || tag == TAG_OCTET_STRING || tag == TAG_BIT_STRING;
 }
 
 //! Octets in pieces, between which an element may be torn apart that the engine puts together.
@@ -125,7 +133,7 @@ std::size_t countElements(Span whole)
         const bool isText = level.isText;
         const std::optional<Element> element = take(&level.rest);
         if (!element) {
-            count += isText ? 1 : level.rest.size() / 2;
+            count += isText ? 0 : level.rest.size() / 2;
             levels.pop_back();
             continue;
         }

@@ -129,6 +129,7 @@ void CertificateOutlineTest::elementsInOtherFormsAreCounted_data()
         << withOctets(QByteArray("\x24\x80", 2) + octets(usual) + QByteArray(2, '\0'));
     QTest::newRow("octets in pieces")
         << withOctets(value(0x24, octets(usual.left(1)) + octets(usual.mid(1))));
+    QTest::newRow("list whose tag says otherwise") << withOctets(octets(value(0x10, names)));
     QTest::newRow("length with zeros before it")
         << withOctets(octets(QByteArray("\x30\x88\0\0\0\0\0\0", 8) + char(names.size() >> 8)
                              + char(names.size()) + names));
