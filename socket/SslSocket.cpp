@@ -14,16 +14,16 @@ SslSocket::SslSocket(Mode mode, QObject* parent)
     : QTcpSocket(parent)
     , d(new SslSocketPrivate(this, mode))
 {
-    d->attach(new QTcpSocket(this), true);
+    d->transport.attach(new QTcpSocket(this), true);
 }
 
 SslSocket::~SslSocket()
 {
-    if (d->socket)
-        d->socket->disconnect(this);
+    if (d->transport)
+        d->transport->disconnect(this);
     d->sendLastWords();
     d->reset();
-    d->dismissTransports();
+    d->transport.dismissAll();
     setSocketState(UnconnectedState); // Or the base would announce the end of a connection.
     delete d;
 }
@@ -77,13 +77,13 @@ void SslSocket::connectToHostImplementation(QString hostName, quint16 port, Open
     open(openMode);
     d->sessionKey = QString::fromLatin1("%1:%2").arg(hostName, QString::number(port));
     d->reset();
-    if (!d->socket || d->transportSilenced || d->insideTransportSignal())
-        d->renewTransport();
+    if (d->transport.isSpent())
+        d->transport.renew();
 
     const SessionGuard guard(d);
-    d->socket->connectToHost(hostName, port, openMode & ~Text, AnyIPProtocol); // TLS is no text.
+    d->transport->connectToHost(hostName, port, openMode & ~Text, AnyIPProtocol); // TLS is no text.
     // An address that cannot be reached may have failed, and been reported, already.
-    if (guard.holds() && d->transportState() != UnconnectedState)
+    if (guard.holds() && d->transport.state() != UnconnectedState)
         setSocketState(ConnectingState);
 }
 
@@ -95,23 +95,23 @@ void SslSocket::disconnectFromHost()
 void SslSocket::disconnectFromHostImplementation()
 {
     const SessionGuard guard(d);
-    d->abandonUpcomingTransport();
-    if (d->socket)
-        d->socket->disconnectFromHost();
+    d->transport.abandonUpcoming();
+    if (d->transport)
+        d->transport->disconnectFromHost();
     if (!guard.holds())
         return;
     d->reset();
-    d->emitState(d->transportState());
+    d->emitState(d->transport.state());
 }
 
 void SslSocket::close()
 {
     const SessionGuard guard(d);
     const quint64 connection = d->connections;
-    d->abandonUpcomingTransport();
+    d->transport.abandonUpcoming();
     d->sendLastWords();
-    if (guard.isAlive() && d->connections == connection && d->socket)
-        d->socket->abort();
+    if (guard.isAlive() && d->connections == connection && d->transport)
+        d->transport->abort();
     // A slot may have begun another connection, which keeps the device open.
     if (guard.isAlive() && d->connections == connection)
         QTcpSocket::close();
@@ -136,25 +136,25 @@ void SslSocket::setSocket(QTcpSocket* socket)
     if (d->ssl)
         d->reset();
     ++d->connections;
-    if (socket != d->socket)
-        d->releaseTransport();
-    d->attach(socket, false);
+    if (socket != d->transport.socket())
+        d->transport.release();
+    d->transport.attach(socket, false);
     d->dropBufferedInput();
     setOpenMode(socket->openMode());
     if (socket->isTextModeEnabled())
         socket->setTextModeEnabled(false); // It is the frame's alone now.
-    if (initSsl() && d->transportState() == ConnectedState && d->socket->bytesAvailable() > 0)
+    if (initSsl() && d->transport.isConnected() && d->transport->bytesAvailable() > 0)
         d->readLater(); // The socket has announced it already, to somebody else.
 }
 
 QTcpSocket* SslSocket::socket() const
 {
-    return d->socket;
+    return d->transport.socket();
 }
 
 void SslSocket::moveToThread(QThread* thread)
 {
-    QTcpSocket* const transport = d->socket;
+    QTcpSocket* const transport = d->transport.socket();
     const bool transportIsChild = transport && transport->parent() == this;
     if (parent() || (transport && transport->parent() && !transportIsChild)) {
         qWarning("QtSslSocket::moveToThread() called for a socket that has a parent, or whose "
@@ -168,14 +168,14 @@ void SslSocket::moveToThread(QThread* thread)
 
 void SslSocket::handleSocketError(QAbstractSocket::SocketError error)
 {
-    const TransportSignal handling(d->transportSignals);
-    setErrorString(d->socket->errorString());
+    const TransportSignal handling(d->transport.signalCount());
+    setErrorString(d->transport->errorString());
     d->emitError(error);
 }
 
 void SslSocket::handleStateChanged(QAbstractSocket::SocketState state)
 {
-    const TransportSignal handling(d->transportSignals);
+    const TransportSignal handling(d->transport.signalCount());
     switch (state) {
     case UnconnectedState:
     case HostLookupState:
@@ -191,7 +191,8 @@ void SslSocket::handleStateChanged(QAbstractSocket::SocketState state)
 }
 
 SslSocketPrivate::SslSocketPrivate(SslSocket* owner, SslSocket::Mode role)
-    : mode(role)
+    : transport(owner)
+    , mode(role)
     , q(owner)
 {
 }
@@ -246,8 +247,8 @@ void SslSocketPrivate::failEngine(const QString& text)
 
 void SslSocketPrivate::sendLastWords()
 {
-    if (engineFailed && transportState() == QAbstractSocket::ConnectedState)
-        socket->flush();
+    if (engineFailed && transport.isConnected())
+        transport->flush();
 }
 
 void SslSocketPrivate::dropBufferedInput()

@@ -73,15 +73,15 @@ bool SslSocketPrivate::waitForPlaintext(int msecs)
             return false;
         if (dataRead)
             return true;
-        if (isBeingJudged() || engineFailed || peerSaidGoodbye() || !canWait(socket))
+        if (isBeingJudged() || engineFailed || peerSaidGoodbye() || !canWait(transport.socket()))
             return false;
         const qint64 left = std::max<qint64>(0, msecs - timer.elapsed());
-        const bool arrived = socket->waitForReadyRead(static_cast<int>(left));
+        const bool arrived = transport->waitForReadyRead(static_cast<int>(left));
         if (!guard.holds() || !arrived)
             return false;
         if (dataRead)
             return true;
-        if (transportState() == QAbstractSocket::UnconnectedState)
+        if (transport.state() == QAbstractSocket::UnconnectedState)
             return false;
     }
 }
@@ -92,12 +92,12 @@ bool SslSocketPrivate::waitForPlaintext(int msecs)
 */
 bool SslSocketPrivate::hasUnreadInput() const
 {
-    if (socket && socket->bytesAvailable() > 0)
+    if (transport && transport->bytesAvailable() > 0)
         return true;
     if (!announcing)
         return false;
     return SSL_pending(ssl) > 0 || BIO_pending(readBio) > 0
-           || (socket && (socket->openMode() & QIODevice::Unbuffered));
+           || (transport && (transport->openMode() & QIODevice::Unbuffered));
 }
 
 bool SslSocketPrivate::peerSaidGoodbye() const
@@ -113,17 +113,17 @@ bool SslSocket::waitForBytesWritten(int msecs)
         writeToSocket();
     // While the peer renegotiates, the engine takes nothing before it has the peer's answer.
     while (guard.holds() && d->established && !d->engineFailed && !d->writeBuffer.isEmpty()
-           && d->transportState() == ConnectedState && d->socket->bytesToWrite() == 0) {
+           && d->transport.isConnected() && d->transport->bytesToWrite() == 0) {
         ++d->activeWaits;
         const bool arrived =
-            d->socket->waitForReadyRead(static_cast<int>(deadline.remainingTime()));
+            d->transport->waitForReadyRead(static_cast<int>(deadline.remainingTime()));
         if (guard.isAlive())
             --d->activeWaits;
         if (!arrived)
             return false;
     }
-    return guard.holds() && canWait(d->socket)
-           && d->socket->waitForBytesWritten(static_cast<int>(deadline.remainingTime()));
+    return guard.holds() && canWait(d->transport.socket())
+           && d->transport->waitForBytesWritten(static_cast<int>(deadline.remainingTime()));
 }
 
 qint64 SslSocket::readData(char* data, qint64 maxlen)

@@ -82,9 +82,9 @@ bool SslSocket::initSsl()
         return false;
     }
     const SessionGuard guard(d);
-    if (d->socket) {
+    if (d->transport) {
         d->copyEndpoint();
-        d->socket->flush();
+        d->transport->flush();
     }
     if (!guard.holds())
         return false;
@@ -163,12 +163,12 @@ QString SslSocketPrivate::loadAuthorities(SSL_CTX* context)
 
 SessionOrigin SslSocketPrivate::sessionOrigin() const
 {
-    if (ownsSocket || !socket)
+    if (transport.isOwned() || !transport)
         return {sessionKey, sessionKey};
-    const QString name = socket->peerName();
-    const QString server = name.isEmpty() ? socket->peerAddress().toString() : name;
+    const QString name = transport->peerName();
+    const QString server = name.isEmpty() ? transport->peerAddress().toString() : name;
     return {sessionKey,
-            QString::fromLatin1("%1:%2").arg(server, QString::number(socket->peerPort()))};
+            QString::fromLatin1("%1:%2").arg(server, QString::number(transport->peerPort()))};
 }
 
 QString SslSocketPrivate::connectEngine()
@@ -191,11 +191,11 @@ QString SslSocketPrivate::connectEngine()
 
 void SslSocketPrivate::copyEndpoint()
 {
-    q->setPeerAddress(socket->peerAddress());
-    q->setPeerPort(socket->peerPort());
-    q->setPeerName(socket->peerName());
-    q->setLocalAddress(socket->localAddress());
-    q->setLocalPort(socket->localPort());
+    q->setPeerAddress(transport->peerAddress());
+    q->setPeerPort(transport->peerPort());
+    q->setPeerName(transport->peerName());
+    q->setLocalAddress(transport->localAddress());
+    q->setLocalPort(transport->localPort());
 }
 
 void SslSocketPrivate::releaseEngine()

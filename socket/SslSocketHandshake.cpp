@@ -15,7 +15,7 @@ namespace vela {
 
 bool SslSocket::sslConnect()
 {
-    const TransportSignal handling(d->transportSignals);
+    const TransportSignal handling(d->transport.signalCount());
     return sslAcceptOrConnect(false);
 }
 
@@ -59,7 +59,7 @@ bool SslSocketPrivate::completeHandshake()
         return false;
     judgePeer();
     // A slot may have turned the peer down.
-    if (!guard.holds() || transportState() != QAbstractSocket::ConnectedState)
+    if (!guard.holds() || !transport.isConnected())
         return false;
     emitState(QAbstractSocket::ConnectedState);
     if (!guard.holds())
@@ -85,14 +85,14 @@ bool SslSocketPrivate::keepsPeer()
     const SessionGuard guard(this);
     engineFailed = true;
     fail(QStringLiteral("The peer has changed its certificate after it was verified"));
-    if (guard.holds() && socket)
-        socket->abort();
+    if (guard.holds() && transport)
+        transport->abort();
     return false;
 }
 
 void SslSocketPrivate::judgePeer()
 {
-    const QString hostName = socket ? socket->peerName() : QString();
+    const QString hostName = transport ? transport->peerName() : QString();
     const long code = SSL_get_verify_result(ssl);
     PeerVerdict verdict;
     if (code == X509_V_OK) {

@@ -4,7 +4,7 @@
 
 #include "socket/ConnectionSession.h"
 #include "socket/RingBuffer.h"
-#include "socket/TransportSignal.h"
+#include "socket/Transport.h"
 
 #include <Ferrule/SslSocket.h>
 
@@ -22,30 +22,6 @@ class SslSocketPrivate
 {
 public:
     SslSocketPrivate(SslSocket* owner, SslSocket::Mode role);
-
-    //! Makes \a transport the inner socket: drops its connections and makes those of the frame.
-    void attach(QTcpSocket* transport, bool owned);
-
-    /*!
-        Lets go of the inner socket without hearing from it again, and deletes it if the frame owns
-        it: at once, or once its own signals have been handled.
-    */
-    void releaseTransport();
-
-    //! Lets go of all sockets at the end of this object's life.
-    void dismissTransports();
-
-    //! Puts a new socket of our own in the place of the inner socket, with the same proxy.
-    void renewTransport();
-
-    //! Gives up the connection that was to become the inner socket, without hearing from it again.
-    void abandonUpcomingTransport();
-
-    //! Returns the inner socket's state; unconnected when a host has deleted it or it was silenced.
-    QAbstractSocket::SocketState transportState() const;
-
-    //! Returns true while a signal of the inner socket is being handled or relayed.
-    bool insideTransportSignal() const { return transportSignals->isHandling(); }
 
     //! Has what the inner socket holds already read by the event loop.
     void readLater();
@@ -122,11 +98,10 @@ public:
     void emitError(QAbstractSocket::SocketError error);
     void emitState(QAbstractSocket::SocketState state);
 
+    Transport transport;
     RingBuffer readBuffer;
     RingBuffer writeBuffer;
-    QPointer<QTcpSocket> socket;
     SslSocket::Mode mode;
-    bool ownsSocket = true;
     bool sslInitialised = false;
     //! The engine has completed a handshake.
     bool handshakeDone = false;
@@ -173,14 +148,6 @@ public:
     bool tookCiphertext = false;
     //! Nothing waited to be sent when the outermost call of readFromSocket() began.
     bool nothingWaited = false;
-    //! How many signals of the inner socket are being handled or relayed.
-    TransportSignal::CountPtr transportSignals;
-    //! A connection that is being prepared to become the inner socket; null when there is none.
-    QPointer<QTcpSocket> upcomingTransport;
-    //! The inner socket was disconnected from us: its connection, if any, is to make no more news.
-    bool transportSilenced = false;
-    //! Whether the device is to be in text mode once that connection is its own.
-    bool upcomingTextMode = false;
 };
 
 /*!

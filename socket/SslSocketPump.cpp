@@ -6,7 +6,7 @@
 
 #include <Ferrule/SslSocket.h>
 
-#include <QtCore/QScopedValueRollback>
+#include <QtCore/QMetaObject>
 
 #include <algorithm>
 #include <cstring>
@@ -56,10 +56,10 @@ void SslSocket::readFromSocket()
 {
     if (d->isBeingJudged())
         return;
-    const TransportSignal handling(d->transportSignals);
+    const TransportSignal handling(d->transport.signalCount());
     const SessionGuard guard(d);
     if (d->activeReads == 0)
-        d->nothingWaited = d->socket && d->socket->bytesToWrite() == 0;
+        d->nothingWaited = d->transport && d->transport->bytesToWrite() == 0;
     ++d->activeReads;
     bool more = true;
     while (more) {
@@ -83,20 +83,20 @@ void SslSocket::readFromSocket()
 */
 void SslSocketPrivate::sendAnswer()
 {
-    if (activeReads == 0 && activeWaits == 0 && nothingWaited && socket
-        && socket->bytesToWrite() <= LARGEST_ANSWER) {
-        socket->flush();
+    if (activeReads == 0 && activeWaits == 0 && nothingWaited && transport
+        && transport->bytesToWrite() <= LARGEST_ANSWER) {
+        transport->flush();
     }
 }
 
 bool SslSocketPrivate::takeCiphertext()
 {
     tookCiphertext = false;
-    if (!socket)
+    if (!transport)
         return true;
-    const bool wasConnected = socket->state() == QAbstractSocket::ConnectedState;
-    const QByteArray batch = socket->read(CIPHERTEXT_BATCH);
-    if (wasConnected && socket->state() == QAbstractSocket::UnconnectedState) {
+    const bool wasConnected = transport->state() == QAbstractSocket::ConnectedState;
+    const QByteArray batch = transport->read(CIPHERTEXT_BATCH);
+    if (wasConnected && transport->state() == QAbstractSocket::UnconnectedState) {
         relaySilentEnd();
         return false;
     }
@@ -115,9 +115,9 @@ bool SslSocketPrivate::takeCiphertext()
 */
 bool SslSocketPrivate::mayHoldMore() const
 {
-    return socket
-           && (socket->bytesAvailable() > 0
-               || (tookCiphertext && (socket->openMode() & QIODevice::Unbuffered)));
+    return transport
+           && (transport->bytesAvailable() > 0
+               || (tookCiphertext && (transport->openMode() & QIODevice::Unbuffered)));
 }
 
 /*
@@ -129,7 +129,7 @@ void SslSocketPrivate::relaySilentEnd()
     const SessionGuard guard(this);
     const quint64 connection = connections;
     const auto isOver = [&] { return !guard.isAlive() || connections != connection; };
-    q->handleSocketError(socket->error());
+    q->handleSocketError(transport->error());
     for (const auto state : {QAbstractSocket::ClosingState, QAbstractSocket::UnconnectedState}) {
         if (!isOver() && q->state() != QAbstractSocket::UnconnectedState)
             q->handleStateChanged(state);
@@ -169,11 +169,11 @@ bool SslSocketPrivate::announceConnected()
 {
     // The data that came with the end of the handshake has been announced already, and a slot may
     // have closed the connection.
-    if (transportState() != QAbstractSocket::ConnectedState)
+    if (!transport.isConnected())
         return false;
     const SessionGuard guard(this);
     emitState(QAbstractSocket::ConnectedState);
-    if (!guard.holds() || transportState() != QAbstractSocket::ConnectedState)
+    if (!guard.holds() || !transport.isConnected())
         return false;
     connectedDue = false;
     Q_EMIT q->connected();
@@ -186,7 +186,7 @@ bool SslSocketPrivate::decrypt()
     char piece[PLAINTEXT_PIECE];
     int result = 0;
     for (;;) {
-        const QAbstractSocket::SocketState state = transportState();
+        const QAbstractSocket::SocketState state = transport.state();
         if (!ssl || state == QAbstractSocket::ClosingState
             || state == QAbstractSocket::UnconnectedState) {
             return false;
@@ -254,8 +254,8 @@ void SslSocketPrivate::followGoodbye()
 {
     const SessionGuard guard(this);
     q->writeToSocket();
-    if (guard.holds() && socket)
-        socket->disconnectFromHost();
+    if (guard.holds() && transport)
+        transport->disconnectFromHost();
 }
 
 void SslSocket::writeToSocket()
@@ -296,6 +296,15 @@ bool SslSocketPrivate::encrypt()
     return true;
 }
 
+void SslSocketPrivate::readLater()
+{
+    const auto read = [this, guard = SessionGuard(this)] {
+        if (guard.holds() && transport.isConnected() && transport->bytesAvailable() > 0)
+            q->readFromSocket();
+    };
+    QMetaObject::invokeMethod(q, read, Qt::QueuedConnection);
+}
+
 /*
     Takes what the engine has written. Done for each record: a memory BIO never shrinks, and copying
     within the processor's cache is cheaper.
@@ -315,20 +324,20 @@ void SslSocketPrivate::collectCiphertext()
 void SslSocketPrivate::handOver()
 {
     const QByteArray output = std::exchange(ciphertext, QByteArray());
-    if (socket && socket->isOpen())
-        socket->write(output);
+    if (transport && transport->isOpen())
+        transport->write(output);
 }
 
 void SslSocketPrivate::flushEngine()
 {
     collectCiphertext();
-    if (!ciphertext.isEmpty() && socket && socket->isOpen())
+    if (!ciphertext.isEmpty() && transport && transport->isOpen())
         handOver();
 }
 
 void SslSocket::socketBytesWritten(qint64 bytes)
 {
-    const TransportSignal handling(d->transportSignals);
+    const TransportSignal handling(d->transport.signalCount());
     if (d->established)
         Q_EMIT bytesWritten(bytes);
 }
