@@ -133,7 +133,7 @@ void SslSocket::setSocket(QTcpSocket* socket)
     socket->flush();
     if (!guard.holds())
         return;
-    if (d->ssl)
+    if (d->engine.connection())
         d->reset();
     ++d->connections;
     if (socket != d->transport.socket())
@@ -200,7 +200,7 @@ SslSocketPrivate::SslSocketPrivate(SslSocket* owner, SslSocket::Mode role)
 void SslSocketPrivate::reset()
 {
     ++generation;
-    releaseEngine();
+    engine.release();
     readBuffer.clear();
     writeBuffer.clear();
     ciphertext.clear();

@@ -73,7 +73,7 @@ bool SslSocketPrivate::waitForPlaintext(int msecs)
             return false;
         if (dataRead)
             return true;
-        if (isBeingJudged() || engineFailed || peerSaidGoodbye() || !canWait(transport.socket()))
+        if (isBeingJudged() || engineFailed || engine.hasGoodbye() || !canWait(transport.socket()))
             return false;
         const qint64 left = std::max<qint64>(0, msecs - timer.elapsed());
         const bool arrived = transport->waitForReadyRead(static_cast<int>(left));
@@ -96,13 +96,8 @@ bool SslSocketPrivate::hasUnreadInput() const
         return true;
     if (!announcing)
         return false;
-    return SSL_pending(ssl) > 0 || BIO_pending(readBio) > 0
+    return engine.hasBufferedInput()
            || (transport && (transport->openMode() & QIODevice::Unbuffered));
-}
-
-bool SslSocketPrivate::peerSaidGoodbye() const
-{
-    return ssl && (SSL_get_shutdown(ssl) & SSL_RECEIVED_SHUTDOWN) != 0;
 }
 
 bool SslSocket::waitForBytesWritten(int msecs)

@@ -1,82 +1,72 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // The TLS settings of an SslSocket and the engine that is made from them.
 
-#include "socket/AuthorityFiles.h"
-#include "socket/GroupLimit.h"
-#include "socket/IdentityFiles.h"
 #include "socket/SessionCache.h"
 #include "socket/SslContext.h"
 #include "socket/SslSocketPrivate.h"
-#include "support/EngineFileName.h"
-#include "support/OpenSslCompat.h"
-#include "support/OpenSslErrors.h"
-#include "support/OpenSslHandles.h"
 
 #include <Ferrule/SslSocket.h>
 
-#include <QtCore/QFile>
 #include <QtCore/QTimer>
 #include <QtNetwork/QHostAddress>
-
-#include <mutex>
 
 namespace vela {
 
 QString SslSocket::ciphers() const
 {
-    return d->ciphers;
+    return d->settings.ciphers;
 }
 
 void SslSocket::setCiphers(const QString& ciphers)
 {
-    d->ciphers = ciphers;
+    d->settings.ciphers = ciphers;
 }
 
 QString SslSocket::pathToCertificate() const
 {
-    return d->pathToCertificate;
+    return d->settings.pathToCertificate;
 }
 
 void SslSocket::setPathToCertificate(const QString& path)
 {
-    d->pathToCertificate = path;
+    d->settings.pathToCertificate = path;
 }
 
 QString SslSocket::pathToPrivateKey() const
 {
-    return d->pathToPrivateKey;
+    return d->settings.pathToPrivateKey;
 }
 
 void SslSocket::setPathToPrivateKey(const QString& path)
 {
-    d->pathToPrivateKey = path;
+    d->settings.pathToPrivateKey = path;
 }
 
 QString SslSocket::pathToCACertFile() const
 {
-    return d->pathToCACertFile;
+    return d->settings.pathToCACertFile;
 }
 
 void SslSocket::setPathToCACertFile(const QString& path)
 {
-    d->pathToCACertFile = path;
+    d->settings.pathToCACertFile = path;
 }
 
 QString SslSocket::pathToCACertDir() const
 {
-    return d->pathToCACertDir;
+    return d->settings.pathToCACertDir;
 }
 
 void SslSocket::setPathToCACertDir(const QString& path)
 {
-    d->pathToCACertDir = path;
+    d->settings.pathToCACertDir = path;
 }
 
 bool SslSocket::initSsl()
 {
-    d->releaseEngine(); // What an earlier attempt that failed has left.
-    clearOpenSslErrors();
-    const QString error = d->createEngine();
+    const TlsEngine::Role role =
+        d->mode == Server ? TlsEngine::Role::Server : TlsEngine::Role::Client;
+    const QString error = d->engine.begin(role, d->settings, d->sessionOrigin());
     if (!error.isNull()) {
         d->fail(error);
         return false;
@@ -92,75 +82,6 @@ bool SslSocket::initSsl()
     return true;
 }
 
-QString SslSocketPrivate::createEngine()
-{
-    SslContext::create();
-    SSL_CTX* context = SslContext::get();
-    if (!context)
-        return QStringLiteral("Error creating SSL context, %1").arg(takeOpenSslError());
-    if (mode == SslSocket::Server) {
-        if (pathToCertificate.isEmpty() && certificateSource.isEmpty())
-            return SslSocket::tr("QtSslSocket: Certificate required in server mode");
-        if (pathToPrivateKey.isEmpty())
-            return SslSocket::tr("Private key required in server mode");
-    }
-
-    // Held over all steps, so that the engine gets the settings of this socket and not those that
-    // another thread loads in between.
-    const std::lock_guard<RecursiveMutex> lock(SslContext::mutex());
-    QString error = applyCipherList();
-    if (error.isNull() && mode == SslSocket::Server)
-        error = loadIdentity(context);
-    if (error.isNull())
-        error = loadAuthorities(context);
-    if (!error.isNull())
-        return error;
-
-    ssl = SslContext::newConnection();
-    if (!ssl)
-        return SslSocket::tr("Error creating SSL session, %1").arg(takeOpenSslError());
-    SSL_clear(ssl);
-    // A server has no use for a session of the pool's, which would make the reference engine speak
-    // the version that it was made with.
-    if (!session.begin(ssl, sessionOrigin(), mode != SslSocket::Server))
-        return SslSocket::tr("Error setting pooled SSL session");
-    return connectEngine();
-}
-
-QString SslSocketPrivate::applyCipherList()
-{
-    if (ciphers.isEmpty() || SslContext::setCipherList(ciphers.toLatin1()))
-        return QString();
-    return SslSocket::tr("Invalid or empty cipher list, %1").arg(takeOpenSslError());
-}
-
-QString SslSocketPrivate::loadIdentity(SSL_CTX* context)
-{
-    const QByteArray certificate = engineFileName(pathToCertificate);
-    const QByteArray key = engineFileName(pathToPrivateKey);
-    AuthorityFiles::loadDefaults(context);
-    const IdentityFiles::Errors errors = IdentityFiles::load(context, certificate, key);
-    if (!errors.certificate.isNull())
-        return SslSocket::tr("Error loading certificate, %1").arg(errors.certificate);
-    if (!errors.key.isNull())
-        return SslSocket::tr("Error loading private key, %1").arg(errors.key);
-    if (!errors.match.isNull())
-        return SslSocket::tr("Private key does not certify public key, %1").arg(errors.match);
-    return QString();
-}
-
-QString SslSocketPrivate::loadAuthorities(SSL_CTX* context)
-{
-    if (pathToCACertFile.isEmpty() && pathToCACertDir.isEmpty())
-        return QString();
-    const QByteArray file = engineFileName(pathToCACertFile);
-    // In directories, OpenSSL looks for files by the means of the C library.
-    const QByteArray directory = QFile::encodeName(pathToCACertDir);
-    if (AuthorityFiles::load(context, file, directory))
-        return QString();
-    return SslSocket::tr("Failed to load the list of trusted CAs: %1").arg(takeOpenSslError());
-}
-
 SessionOrigin SslSocketPrivate::sessionOrigin() const
 {
     if (transport.isOwned() || !transport)
@@ -171,24 +92,6 @@ SessionOrigin SslSocketPrivate::sessionOrigin() const
             QString::fromLatin1("%1:%2").arg(server, QString::number(transport->peerPort()))};
 }
 
-QString SslSocketPrivate::connectEngine()
-{
-    BioHandle input(BIO_new(BIO_s_mem()));
-    BioHandle output(BIO_new(BIO_s_mem()));
-    if (!input || !output)
-        return SslSocket::tr("Error creating SSL session");
-    readBio = input.release();
-    writeBio = output.release();
-    SSL_set_bio(ssl, readBio, writeBio);
-
-    if (mode == SslSocket::Server)
-        SSL_set_accept_state(ssl);
-    else
-        SSL_set_connect_state(ssl);
-    limitGroups(ssl);
-    return QString();
-}
-
 void SslSocketPrivate::copyEndpoint()
 {
     q->setPeerAddress(transport->peerAddress());
@@ -196,19 +99,6 @@ void SslSocketPrivate::copyEndpoint()
     q->setPeerName(transport->peerName());
     q->setLocalAddress(transport->localAddress());
     q->setLocalPort(transport->localPort());
-}
-
-void SslSocketPrivate::releaseEngine()
-{
-    if (!ssl)
-        return;
-    // Freed without this, a connection that did not say goodbye would take its session with it.
-    SSL_set_shutdown(ssl, SSL_SENT_SHUTDOWN);
-    session.end(ssl);
-    SSL_free(ssl); // And both BIOs with it.
-    ssl = nullptr;
-    readBio = nullptr;
-    writeBio = nullptr;
 }
 
 void SslSocketPrivate::tidySessions()

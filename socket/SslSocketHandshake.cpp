@@ -4,7 +4,6 @@
 #include "socket/PeerVerdict.h"
 #include "socket/SslSocketPrivate.h"
 #include "support/OpenSslCompat.h"
-#include "support/OpenSslErrors.h"
 #include "support/OpenSslHandles.h"
 
 #include <Ferrule/SslSocket.h>
@@ -32,26 +31,19 @@ bool SslSocket::sslAcceptOrConnect(bool accept)
     if (!d->sslInitialised && !initSsl())
         return false;
 
-    d->session.enterRole(d->ssl, accept);
-    clearOpenSslErrors();
-    const int result = accept ? SSL_accept(d->ssl) : SSL_connect(d->ssl);
-    if (result > 0)
+    const TlsEngine::Role role = accept ? TlsEngine::Role::Server : TlsEngine::Role::Client;
+    const TlsEngine::Outcome outcome = d->engine.step(role);
+    if (outcome.isDone())
         return d->completeHandshake();
-
-    const int error = SSL_get_error(d->ssl, result);
-    if (result < 0 && (error == SSL_ERROR_WANT_READ || error == SSL_ERROR_WANT_WRITE)) {
+    if (outcome.result == TlsEngine::Result::WantsMore)
         writeToSocket();
-        return false;
-    }
-    d->session.handshakeFailed();
-    d->failEngine(tr("SSL error: %1").arg(takeOpenSslError()));
+    else
+        d->failEngine(tr("SSL error: %1").arg(outcome.text()));
     return false;
 }
 
 bool SslSocketPrivate::completeHandshake()
 {
-    session.handshakeCompleted();
-    session.peer.begin(ssl);
     const SessionGuard guard(this);
     handshakeDone = true;
     tidySessions();
@@ -67,7 +59,7 @@ bool SslSocketPrivate::completeHandshake()
 
     established = true;
     qDebug().nospace().noquote() << "session " << sessionKey
-                                 << " reused: " << (SSL_session_reused(ssl) != 0);
+                                 << " reused: " << engine.isSessionReused();
     q->readFromSocket();
     return guard.holds();
 }
@@ -78,9 +70,9 @@ bool SslSocketPrivate::completeHandshake()
 */
 bool SslSocketPrivate::keepsPeer()
 {
-    if (!session.peer.hasRefused() && session.peer.isSamePeer(ssl))
+    if (engine.keepsPeer())
         return true;
-    if (!session.peer.refuse())
+    if (!engine.refusePeer())
         return false;
     const SessionGuard guard(this);
     engineFailed = true;
@@ -93,7 +85,7 @@ bool SslSocketPrivate::keepsPeer()
 void SslSocketPrivate::judgePeer()
 {
     const QString hostName = transport ? transport->peerName() : QString();
-    const long code = SSL_get_verify_result(ssl);
+    const long code = engine.verifyResult();
     PeerVerdict verdict;
     if (code == X509_V_OK) {
         verdict = judgeVerifiedPeer(PeerIdentity(q->peerCertificate()), hostName);

@@ -2,15 +2,14 @@
 #ifndef FERRULE_SSLSOCKETPRIVATE_H
 #define FERRULE_SSLSOCKETPRIVATE_H
 
-#include "socket/ConnectionSession.h"
 #include "socket/RingBuffer.h"
+#include "socket/TlsEngine.h"
+#include "socket/TlsSettings.h"
 #include "socket/Transport.h"
 
 #include <Ferrule/SslSocket.h>
 
 #include <QtCore/QPointer>
-
-#include <openssl/ssl.h>
 
 namespace vela {
 
@@ -28,17 +27,7 @@ public:
 
     //! Returns the connection to its state before the handshake; the session goes to the pool.
     void reset();
-    //! The part of reset() that concerns OpenSSL.
-    void releaseEngine();
 
-    //! \name Setting up the engine; each returns the error text, null when all went well
-    //! \{
-    QString createEngine();
-    QString applyCipherList();
-    QString loadIdentity(SSL_CTX* context);
-    QString loadAuthorities(SSL_CTX* context);
-    QString connectEngine();
-    //! \}
     //! Returns with whom a session of the connection would be made.
     SessionOrigin sessionOrigin() const;
     //! Throws out sessions that have expired, a few now and the others later.
@@ -66,7 +55,7 @@ public:
     bool announceConnected();
     bool decrypt();
     bool announcePlaintext();
-    bool finishDecryption(int result);
+    bool finishDecryption(const TlsEngine::Outcome& outcome);
     void followGoodbye();
     bool encrypt();
     void collectCiphertext();
@@ -78,7 +67,6 @@ public:
     bool waitForPlaintext(int msecs);
     //! Returns true if there may be plaintext to be had without a wait.
     bool hasUnreadInput() const;
-    bool peerSaidGoodbye() const;
 
     /*!
         Sets the error string and emits the error as a TLS failure. Slots may have done anything
@@ -99,6 +87,8 @@ public:
     void emitState(QAbstractSocket::SocketState state);
 
     Transport transport;
+    TlsEngine engine;
+    TlsSettings settings;
     RingBuffer readBuffer;
     RingBuffer writeBuffer;
     SslSocket::Mode mode;
@@ -113,19 +103,9 @@ public:
     bool engineFailed = false;
     bool writeScheduled = false;
     bool dataRead = false;
-    SSL* ssl = nullptr;
-    BIO* readBio = nullptr;
-    BIO* writeBio = nullptr;
     QString sessionKey;
-    QString pathToCertificate;
-    QString certificateSource; // Counts as a certificate; nothing sets it yet.
-    QString pathToPrivateKey;
-    QString pathToCACertFile;
-    QString pathToCACertDir;
-    QString ciphers;
     SslSocket* const q;
 
-    ConnectionSession session;
     //! Records that are to be sent with the next write to the inner socket.
     QByteArray ciphertext;
     //! Counts resets: tells code that emitted a signal whether it still deals with the same

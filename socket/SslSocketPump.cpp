@@ -2,7 +2,6 @@
 // The pump of an SslSocket: bytes between the inner socket, the engine and the host's buffers.
 
 #include "socket/SslSocketPrivate.h"
-#include "support/OpenSslErrors.h"
 
 #include <Ferrule/SslSocket.h>
 
@@ -37,12 +36,6 @@ constexpr qint64 LARGEST_ANSWER = 64 * 1024;
 int roomForRecords(qint64 plaintext)
 {
     return static_cast<int>(std::min(LARGEST_OUTPUT, plaintext + plaintext / 64 + 256));
-}
-
-//! Tells by \a error, from SSL_get_error(), whether the engine lacks input and nothing is wrong.
-bool isWaiting(int error)
-{
-    return error == SSL_ERROR_WANT_READ || error == SSL_ERROR_WANT_WRITE;
 }
 
 } // namespace
@@ -103,8 +96,7 @@ bool SslSocketPrivate::takeCiphertext()
     if (batch.isEmpty())
         return true;
     tookCiphertext = true;
-    clearOpenSslErrors();
-    if (readBio && BIO_write(readBio, batch.constData(), batch.size()) == batch.size())
+    if (engine.feed(batch.constData(), batch.size()))
         return true;
     fail(SslSocket::tr("Failed to write protocol data to BIO"));
     return false;
@@ -184,25 +176,23 @@ bool SslSocketPrivate::decrypt()
 {
     const SessionGuard guard(this);
     char piece[PLAINTEXT_PIECE];
-    int result = 0;
     for (;;) {
         const QAbstractSocket::SocketState state = transport.state();
-        if (!ssl || state == QAbstractSocket::ClosingState
+        if (!engine.connection() || state == QAbstractSocket::ClosingState
             || state == QAbstractSocket::UnconnectedState) {
             return false;
         }
-        clearOpenSslErrors();
-        result = SSL_read(ssl, piece, PLAINTEXT_PIECE);
+        const TlsEngine::Outcome outcome = engine.decrypt(piece, PLAINTEXT_PIECE);
         if (!keepsPeer())
             return false;
-        if (result < 1)
-            break;
-        std::memcpy(readBuffer.reserve(result), piece, static_cast<std::size_t>(result));
+        if (!outcome.isDone())
+            return finishDecryption(outcome);
+        const auto size = static_cast<std::size_t>(outcome.size);
+        std::memcpy(readBuffer.reserve(outcome.size), piece, size);
         if (!announcePlaintext())
             return false;
         dataRead = true;
     }
-    return finishDecryption(result);
 }
 
 /*
@@ -227,22 +217,21 @@ bool SslSocketPrivate::announcePlaintext()
     return true;
 }
 
-bool SslSocketPrivate::finishDecryption(int result)
+bool SslSocketPrivate::finishDecryption(const TlsEngine::Outcome& outcome)
 {
-    const int error = SSL_get_error(ssl, result);
-    if (result < 0 && isWaiting(error)) {
+    if (outcome.result == TlsEngine::Result::WantsMore) {
         const SessionGuard guard(this);
         q->writeToSocket();
         return guard.holds();
     }
-    if (result == 0 && error == SSL_ERROR_ZERO_RETURN) {
+    if (outcome.result == TlsEngine::Result::Closed) {
         // The host is to see connected() before the end of the connection; the step of the
         // handshake that announces it reads the goodbye once more.
         if (!connectedDue)
             followGoodbye();
         return false;
     }
-    failEngine(SslSocket::tr("Failed to read from SSL, %1").arg(takeOpenSslError()));
+    failEngine(SslSocket::tr("Failed to read from SSL, %1").arg(outcome.text()));
     return false;
 }
 
@@ -275,21 +264,20 @@ bool SslSocketPrivate::encrypt()
     if (!writeBuffer.isEmpty())
         ciphertext.reserve(roomForRecords(ciphertext.size() + writeBuffer.size()));
     while (!writeBuffer.isEmpty()) {
-        if (session.peer.hasRefused())
+        if (engine.hasRefusedPeer())
             return false;
-        clearOpenSslErrors();
         const int size = std::min(LARGEST_PIECE, writeBuffer.nextDataBlockSize());
-        const int written = SSL_write(ssl, writeBuffer.readPointer(), size);
+        const TlsEngine::Outcome outcome = engine.encrypt(writeBuffer.readPointer(), size);
         if (!keepsPeer())
             return false;
-        if (written < 1 && SSL_in_init(ssl) && isWaiting(SSL_get_error(ssl, written)))
+        if (outcome.result == TlsEngine::Result::WantsMore)
             return true;
-        if (written < 1) {
+        if (!outcome.isDone()) {
             engineFailed = true;
-            fail(SslSocket::tr("SSL error: %1").arg(takeOpenSslError()));
+            fail(SslSocket::tr("SSL error: %1").arg(outcome.text()));
             return false;
         }
-        writeBuffer.free(written);
+        writeBuffer.free(outcome.size);
         collectCiphertext();
     }
     writeBuffer.releaseSpare();
@@ -311,14 +299,14 @@ void SslSocketPrivate::readLater()
 */
 void SslSocketPrivate::collectCiphertext()
 {
-    const int pending = writeBio ? static_cast<int>(BIO_pending(writeBio)) : 0;
+    const int pending = engine.pendingOutput();
     if (pending < 1)
         return;
     if (ciphertext.size() > 0 && ciphertext.size() + qint64(pending) > LARGEST_OUTPUT)
         handOver();
     const int size = ciphertext.size();
     ciphertext.resize(size + pending);
-    BIO_read(writeBio, ciphertext.data() + size, pending);
+    engine.drain(ciphertext.data() + size, pending);
 }
 
 void SslSocketPrivate::handOver()
