@@ -2,9 +2,7 @@
 #include <Ferrule/SslProxySocket.h>
 #include <Ferrule/SslSocket.h>
 
-#include "socket/SessionCache.h"
 #include "socket/SslSocketPrivate.h"
-#include "support/QtCompat.h"
 
 #include <QtNetwork/QNetworkProxy>
 
@@ -144,7 +142,7 @@ void SslSocket::setSocket(QTcpSocket* socket)
     if (socket->isTextModeEnabled())
         socket->setTextModeEnabled(false); // It is the frame's alone now.
     if (initSsl() && d->transport.isConnected() && d->transport->bytesAvailable() > 0)
-        d->readLater(); // The socket has announced it already, to somebody else.
+        d->pumpInLater(); // The socket has announced it already, to somebody else.
 }
 
 QTcpSocket* SslSocket::socket() const
@@ -168,107 +166,51 @@ void SslSocket::moveToThread(QThread* thread)
 
 void SslSocket::handleSocketError(QAbstractSocket::SocketError error)
 {
-    const TransportSignal handling(d->transport.signalCount());
-    setErrorString(d->transport->errorString());
-    d->emitError(error);
+    d->relayError(error);
 }
 
 void SslSocket::handleStateChanged(QAbstractSocket::SocketState state)
 {
+    d->relayState(state);
+}
+
+void SslSocket::readFromSocket()
+{
+    d->pumpIn();
+}
+
+void SslSocket::writeToSocket()
+{
+    d->pumpOut();
+}
+
+void SslSocket::socketBytesWritten(qint64 bytes)
+{
     const TransportSignal handling(d->transport.signalCount());
-    switch (state) {
-    case UnconnectedState:
-    case HostLookupState:
-    case ConnectingState:
-    case ClosingState:
-        d->emitState(state);
-        break;
-    case ConnectedState: // Ours begins when the handshake is complete.
-    case BoundState:
-    case ListeningState:
-        break;
-    }
+    if (d->isEstablished())
+        Q_EMIT bytesWritten(bytes);
 }
 
-SslSocketPrivate::SslSocketPrivate(SslSocket* owner, SslSocket::Mode role)
-    : transport(owner)
-    , mode(role)
-    , q(owner)
+bool SslSocket::sslConnect()
 {
+    const TransportSignal handling(d->transport.signalCount());
+    return sslAcceptOrConnect(false);
 }
 
-void SslSocketPrivate::reset()
+bool SslSocket::sslAccept()
 {
-    ++generation;
-    engine.release();
-    readBuffer.clear();
-    writeBuffer.clear();
-    ciphertext.clear();
-    handshakeDone = false;
-    established = false;
-    connectedDue = false;
-    engineFailed = false;
-    announcing = false;
-    announcementsDue = 0;
-    reportingFailure = false;
-    sslInitialised = false;
-    writeScheduled = false;
-    dataRead = false;
+    open(ReadWrite);
+    return sslAcceptOrConnect(true);
 }
 
-void SslSocketPrivate::fail(const QString& text)
+bool SslSocket::sslAcceptOrConnect(bool accept)
 {
-    q->setErrorString(text);
-    emitError(QAbstractSocket::UnknownSocketError);
+    return d->shakeHands(accept ? TlsEngine::Role::Server : TlsEngine::Role::Client);
 }
 
-void SslSocketPrivate::failEngine(const QString& text)
+bool SslSocket::initSsl()
 {
-    engineFailed = true;
-    if (reportingFailure)
-        return;
-    // Hosts close the socket when they hear of it, and then nothing would leave any more. Where
-    // something waited already, Qt may be waiting for it to leave; then closing sends the alert.
-    const SessionGuard guard(this);
-    const bool wasOpen = q->isOpen();
-    flushEngine();
-    if (guard.holds() && (activeReads == 0 || nothingWaited))
-        sendLastWords();
-    // OpenSSL has dropped the session of a connection that failed.
-    SessionCache::reportRemovals();
-    // A host that was told that the peer has gone may have closed the socket already.
-    if (!guard.holds() || q->isOpen() != wasOpen)
-        return;
-    reportingFailure = true;
-    fail(text);
-    if (guard.holds())
-        reportingFailure = false;
-}
-
-void SslSocketPrivate::sendLastWords()
-{
-    if (engineFailed && transport.isConnected())
-        transport->flush();
-}
-
-void SslSocketPrivate::dropBufferedInput()
-{
-    if (q->isTransactionStarted())
-        q->commitTransaction();
-    while (q->isReadable() && q->QIODevice::bytesAvailable() > 0)
-        q->QIODevice::read(q->QIODevice::bytesAvailable());
-}
-
-void SslSocketPrivate::emitError(QAbstractSocket::SocketError error)
-{
-    q->setSocketError(error);
-    emitSocketError(q, error);
-}
-
-void SslSocketPrivate::emitState(QAbstractSocket::SocketState state)
-{
-    q->setSocketState(state);
-    Q_EMIT q->stateChanged(state);
+    return d->prepare();
 }
 
 } // namespace vela

@@ -63,23 +63,24 @@ bool SslSocketPrivate::waitForPlaintext(int msecs)
     QElapsedTimer timer;
     timer.start();
     const SessionGuard guard(this);
-    dataRead = false;
+    progress.dataRead = false;
     for (;;) {
         if (!writeBuffer.isEmpty())
-            q->writeToSocket();
-        if (guard.holds() && !engineFailed && hasUnreadInput())
-            q->readFromSocket();
+            pumpOut();
+        if (guard.holds() && !progress.engineFailed && hasUnreadInput())
+            pumpIn();
         if (!guard.holds())
             return false;
-        if (dataRead)
+        if (progress.dataRead)
             return true;
-        if (isBeingJudged() || engineFailed || engine.hasGoodbye() || !canWait(transport.socket()))
+        if (isBeingJudged() || progress.engineFailed || engine.hasGoodbye()
+            || !canWait(transport.socket()))
             return false;
         const qint64 left = std::max<qint64>(0, msecs - timer.elapsed());
         const bool arrived = transport->waitForReadyRead(static_cast<int>(left));
         if (!guard.holds() || !arrived)
             return false;
-        if (dataRead)
+        if (progress.dataRead)
             return true;
         if (transport.state() == QAbstractSocket::UnconnectedState)
             return false;
@@ -94,7 +95,7 @@ bool SslSocketPrivate::hasUnreadInput() const
 {
     if (transport && transport->bytesAvailable() > 0)
         return true;
-    if (!announcing)
+    if (!progress.announcing)
         return false;
     return engine.hasBufferedInput()
            || (transport && (transport->openMode() & QIODevice::Unbuffered));
@@ -105,10 +106,11 @@ bool SslSocket::waitForBytesWritten(int msecs)
     const SessionGuard guard(d);
     const QDeadlineTimer deadline(msecs);
     if (!d->writeBuffer.isEmpty())
-        writeToSocket();
+        d->pumpOut();
     // While the peer renegotiates, the engine takes nothing before it has the peer's answer.
-    while (guard.holds() && d->established && !d->engineFailed && !d->writeBuffer.isEmpty()
-           && d->transport.isConnected() && d->transport->bytesToWrite() == 0) {
+    while (guard.holds() && d->isEstablished() && !d->progress.engineFailed
+           && !d->writeBuffer.isEmpty() && d->transport.isConnected()
+           && d->transport->bytesToWrite() == 0) {
         ++d->activeWaits;
         const bool arrived =
             d->transport->waitForReadyRead(static_cast<int>(deadline.remainingTime()));
@@ -123,7 +125,7 @@ bool SslSocket::waitForBytesWritten(int msecs)
 
 qint64 SslSocket::readData(char* data, qint64 maxlen)
 {
-    if (!d->established)
+    if (!d->isEstablished())
         return -1;
     return std::max<qint64>(0, d->readBuffer.read(data, maxlen));
 }
@@ -135,8 +137,8 @@ qint64 SslSocket::readLineData(char* data, qint64 maxlen)
 
 qint64 SslSocket::writeData(const char* data, qint64 len)
 {
-    if (!d->writeScheduled) {
-        d->writeScheduled = true;
+    if (!d->progress.writeScheduled) {
+        d->progress.writeScheduled = true;
         QMetaObject::invokeMethod(this, "writeToSocket", Qt::QueuedConnection);
     }
     d->writeBuffer.append(data, len);

@@ -2,6 +2,7 @@
 // The handshake of an SslSocket and the verdict on its peer.
 
 #include "socket/PeerVerdict.h"
+#include "socket/SessionCache.h"
 #include "socket/SslSocketPrivate.h"
 #include "support/OpenSslCompat.h"
 #include "support/OpenSslHandles.h"
@@ -9,43 +10,31 @@
 #include <Ferrule/SslSocket.h>
 
 #include <QtCore/QDebug>
+#include <QtCore/QTimer>
 
 namespace vela {
 
-bool SslSocket::sslConnect()
+bool SslSocketPrivate::shakeHands(TlsEngine::Role role)
 {
-    const TransportSignal handling(d->transport.signalCount());
-    return sslAcceptOrConnect(false);
-}
-
-bool SslSocket::sslAccept()
-{
-    open(ReadWrite);
-    return sslAcceptOrConnect(true);
-}
-
-bool SslSocket::sslAcceptOrConnect(bool accept)
-{
-    if (d->handshakeDone) // The engine would begin another one.
+    if (progress.stage >= ConnectionProgress::BeingJudged) // The engine would begin another one.
         return true;
-    if (!d->sslInitialised && !initSsl())
+    if (progress.stage == ConnectionProgress::Blank && !prepare())
         return false;
 
-    const TlsEngine::Role role = accept ? TlsEngine::Role::Server : TlsEngine::Role::Client;
-    const TlsEngine::Outcome outcome = d->engine.step(role);
+    const TlsEngine::Outcome outcome = engine.step(role);
     if (outcome.isDone())
-        return d->completeHandshake();
+        return completeHandshake();
     if (outcome.result == TlsEngine::Result::WantsMore)
-        writeToSocket();
+        pumpOut();
     else
-        d->failEngine(tr("SSL error: %1").arg(outcome.text()));
+        failEngine(SslSocket::tr("SSL error: %1").arg(outcome.text()));
     return false;
 }
 
 bool SslSocketPrivate::completeHandshake()
 {
     const SessionGuard guard(this);
-    handshakeDone = true;
+    progress.stage = ConnectionProgress::BeingJudged;
     tidySessions();
     if (!guard.holds())
         return false;
@@ -57,11 +46,17 @@ bool SslSocketPrivate::completeHandshake()
     if (!guard.holds())
         return false;
 
-    established = true;
+    progress.stage = ConnectionProgress::Established;
     qDebug().nospace().noquote() << "session " << sessionKey
                                  << " reused: " << engine.isSessionReused();
-    q->readFromSocket();
+    pumpIn();
     return guard.holds();
+}
+
+void SslSocketPrivate::tidySessions()
+{
+    if (SessionCache::tidy())
+        QTimer::singleShot(SessionCache::tidyInterval(), q, [this] { tidySessions(); });
 }
 
 /*
@@ -75,7 +70,7 @@ bool SslSocketPrivate::keepsPeer()
     if (!engine.refusePeer())
         return false;
     const SessionGuard guard(this);
-    engineFailed = true;
+    progress.engineFailed = true;
     fail(QStringLiteral("The peer has changed its certificate after it was verified"));
     if (guard.holds() && transport)
         transport->abort();

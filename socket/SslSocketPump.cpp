@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The pump of an SslSocket: bytes between the inner socket, the engine and the host's buffers.
+// The pump of an SslSocket: in which order its legs run, and those on the way in.
 
 #include "socket/SslSocketPrivate.h"
 
@@ -7,9 +7,7 @@
 
 #include <QtCore/QMetaObject>
 
-#include <algorithm>
 #include <cstring>
-#include <utility>
 
 namespace vela {
 
@@ -17,54 +15,61 @@ namespace {
 
 constexpr int PLAINTEXT_PIECE = 4096;
 
-// How much ciphertext the engine is handed at a time. A memory BIO of OpenSSL 1.0.2 moves all that
-// it holds with every read; a backlog waits in the inner socket instead.
+// How much ciphertext the engine is handed at a time. A memory BIO of OpenSSL 1.0.2 moves all
+// that it holds with every read; a backlog waits in the inner socket instead.
 constexpr qint64 CIPHERTEXT_BATCH = 32 * 1024;
-
-// How much the engine encrypts at a time; a multiple of what a record holds, so that none is
-// smaller for it. All of it waits in a memory BIO, whose size is limited.
-constexpr int LARGEST_PIECE = 1 << 20;
-
-// How much of it goes to the inner socket at a time: far below the size at which a QByteArray is
-// full.
-constexpr qint64 LARGEST_OUTPUT = 1 << 30;
 
 // How much is sent at once, without leaving it to the event loop when.
 constexpr qint64 LARGEST_ANSWER = 64 * 1024;
 
-//! Returns about how much \a plaintext bytes take on the wire, for a buffer that need not grow.
-int roomForRecords(qint64 plaintext)
-{
-    return static_cast<int>(std::min(LARGEST_OUTPUT, plaintext + plaintext / 64 + 256));
-}
-
 } // namespace
 
 /*
-    The inbound path, in this order: take ciphertext, step the handshake until there is a session,
-    decrypt. Each of these emits signals, and each returns false when the slots or a failure left
-    nothing to go on with. While the host judges the peer, all that comes waits in the inner socket.
+    The way in. The legs run in this order, once for each batch of ciphertext; each emits signals,
+    and each returns false when the slots or a failure left nothing to go on with. While the host
+    judges the peer, all that comes waits in the inner socket.
 */
-void SslSocket::readFromSocket()
+void SslSocketPrivate::pumpIn()
 {
-    if (d->isBeingJudged())
+    if (isBeingJudged())
         return;
-    const TransportSignal handling(d->transport.signalCount());
-    const SessionGuard guard(d);
-    if (d->activeReads == 0)
-        d->nothingWaited = d->transport && d->transport->bytesToWrite() == 0;
-    ++d->activeReads;
+    const TransportSignal handling(transport.signalCount());
+    const SessionGuard guard(this);
+    if (m_activeReads == 0)
+        m_nothingWaited = transport && transport->bytesToWrite() == 0;
+    ++m_activeReads;
     bool more = true;
     while (more) {
-        more = d->takeCiphertext() && (d->established || d->stepHandshake()) && d->decrypt()
-               && d->mayHoldMore();
+        more = takeCiphertext() && (isEstablished() || stepHandshake()) && decrypt() && send()
+               && mayHoldMore();
         if (!guard.isAlive())
             return;
     }
-    --d->activeReads;
-    d->readBuffer.releaseSpare();
+    --m_activeReads;
+    readBuffer.releaseSpare();
     if (guard.holds())
-        d->sendAnswer();
+        sendAnswer();
+}
+
+void SslSocketPrivate::pumpInLater()
+{
+    const auto read = [this, guard = SessionGuard(this)] {
+        if (guard.holds() && transport.isConnected() && transport->bytesAvailable() > 0)
+            pumpIn();
+    };
+    QMetaObject::invokeMethod(q, read, Qt::QueuedConnection);
+}
+
+/*
+    The way out. What is written before the handshake is complete waits for it; what the engine
+    itself has to say does not.
+*/
+void SslSocketPrivate::pumpOut()
+{
+    progress.writeScheduled = false;
+    if (isEstablished() && !encrypt())
+        return;
+    flushEngine();
 }
 
 /*
@@ -76,7 +81,7 @@ void SslSocket::readFromSocket()
 */
 void SslSocketPrivate::sendAnswer()
 {
-    if (activeReads == 0 && activeWaits == 0 && nothingWaited && transport
+    if (m_activeReads == 0 && activeWaits == 0 && m_nothingWaited && transport
         && transport->bytesToWrite() <= LARGEST_ANSWER) {
         transport->flush();
     }
@@ -84,7 +89,7 @@ void SslSocketPrivate::sendAnswer()
 
 bool SslSocketPrivate::takeCiphertext()
 {
-    tookCiphertext = false;
+    m_tookCiphertext = false;
     if (!transport)
         return true;
     const bool wasConnected = transport->state() == QAbstractSocket::ConnectedState;
@@ -95,7 +100,7 @@ bool SslSocketPrivate::takeCiphertext()
     }
     if (batch.isEmpty())
         return true;
-    tookCiphertext = true;
+    m_tookCiphertext = true;
     if (engine.feed(batch.constData(), batch.size()))
         return true;
     fail(SslSocket::tr("Failed to write protocol data to BIO"));
@@ -109,7 +114,7 @@ bool SslSocketPrivate::mayHoldMore() const
 {
     return transport
            && (transport->bytesAvailable() > 0
-               || (tookCiphertext && (transport->openMode() & QIODevice::Unbuffered)));
+               || (m_tookCiphertext && (transport->openMode() & QIODevice::Unbuffered)));
 }
 
 /*
@@ -121,10 +126,10 @@ void SslSocketPrivate::relaySilentEnd()
     const SessionGuard guard(this);
     const quint64 connection = connections;
     const auto isOver = [&] { return !guard.isAlive() || connections != connection; };
-    q->handleSocketError(transport->error());
+    relayError(transport->error());
     for (const auto state : {QAbstractSocket::ClosingState, QAbstractSocket::UnconnectedState}) {
         if (!isOver() && q->state() != QAbstractSocket::UnconnectedState)
-            q->handleStateChanged(state);
+            relayState(state);
     }
     if (!isOver())
         Q_EMIT q->disconnected();
@@ -134,26 +139,23 @@ bool SslSocketPrivate::stepHandshake()
 {
     const SessionGuard guard(this);
     bool completed = false;
-    connectedDue = true;
+    progress.connectedDue = true;
     switch (mode) {
     case SslSocket::Client:
-        completed = q->sslAcceptOrConnect(false);
+        completed = shakeHands(TlsEngine::Role::Client);
         break;
     case SslSocket::Server:
         q->open(QIODevice::ReadWrite);
-        completed = q->sslAcceptOrConnect(true);
+        completed = shakeHands(TlsEngine::Role::Server);
         break;
     default: // Reading would make the engine start one all the same.
         return false;
     }
-    if (!guard.holds())
-        return false;
-    q->writeToSocket();
-    if (!guard.holds())
+    if (!guard.holds() || !send())
         return false;
     if (completed)
         return announceConnected();
-    connectedDue = false;
+    progress.connectedDue = false;
     return true;
 }
 
@@ -167,7 +169,7 @@ bool SslSocketPrivate::announceConnected()
     emitState(QAbstractSocket::ConnectedState);
     if (!guard.holds() || !transport.isConnected())
         return false;
-    connectedDue = false;
+    progress.connectedDue = false;
     Q_EMIT q->connected();
     return guard.holds();
 }
@@ -191,7 +193,7 @@ bool SslSocketPrivate::decrypt()
         std::memcpy(readBuffer.reserve(outcome.size), piece, size);
         if (!announcePlaintext())
             return false;
-        dataRead = true;
+        progress.dataRead = true;
     }
 }
 
@@ -202,32 +204,29 @@ bool SslSocketPrivate::decrypt()
 */
 bool SslSocketPrivate::announcePlaintext()
 {
-    ++announcementsDue;
-    if (announcing)
+    ++progress.announcementsDue;
+    if (progress.announcing)
         return true;
     const SessionGuard guard(this);
-    announcing = true;
-    while (announcementsDue > 0) {
-        --announcementsDue;
+    progress.announcing = true;
+    while (progress.announcementsDue > 0) {
+        --progress.announcementsDue;
         Q_EMIT q->readyRead();
         if (!guard.holds())
             return false;
     }
-    announcing = false;
+    progress.announcing = false;
     return true;
 }
 
 bool SslSocketPrivate::finishDecryption(const TlsEngine::Outcome& outcome)
 {
-    if (outcome.result == TlsEngine::Result::WantsMore) {
-        const SessionGuard guard(this);
-        q->writeToSocket();
-        return guard.holds();
-    }
+    if (outcome.result == TlsEngine::Result::WantsMore)
+        return true;
     if (outcome.result == TlsEngine::Result::Closed) {
         // The host is to see connected() before the end of the connection; the step of the
         // handshake that announces it reads the goodbye once more.
-        if (!connectedDue)
+        if (!progress.connectedDue)
             followGoodbye();
         return false;
     }
@@ -241,93 +240,8 @@ bool SslSocketPrivate::finishDecryption(const TlsEngine::Outcome& outcome)
 */
 void SslSocketPrivate::followGoodbye()
 {
-    const SessionGuard guard(this);
-    q->writeToSocket();
-    if (guard.holds() && transport)
+    if (send() && transport)
         transport->disconnectFromHost();
-}
-
-void SslSocket::writeToSocket()
-{
-    d->writeScheduled = false;
-    if (d->established && !d->encrypt())
-        return;
-    d->flushEngine();
-}
-
-/*
-    The engine takes nothing while the peer renegotiates and its answer is still to come; reading
-    that answer encrypts what has waited.
-*/
-bool SslSocketPrivate::encrypt()
-{
-    if (!writeBuffer.isEmpty())
-        ciphertext.reserve(roomForRecords(ciphertext.size() + writeBuffer.size()));
-    while (!writeBuffer.isEmpty()) {
-        if (engine.hasRefusedPeer())
-            return false;
-        const int size = std::min(LARGEST_PIECE, writeBuffer.nextDataBlockSize());
-        const TlsEngine::Outcome outcome = engine.encrypt(writeBuffer.readPointer(), size);
-        if (!keepsPeer())
-            return false;
-        if (outcome.result == TlsEngine::Result::WantsMore)
-            return true;
-        if (!outcome.isDone()) {
-            engineFailed = true;
-            fail(SslSocket::tr("SSL error: %1").arg(outcome.text()));
-            return false;
-        }
-        writeBuffer.free(outcome.size);
-        collectCiphertext();
-    }
-    writeBuffer.releaseSpare();
-    return true;
-}
-
-void SslSocketPrivate::readLater()
-{
-    const auto read = [this, guard = SessionGuard(this)] {
-        if (guard.holds() && transport.isConnected() && transport->bytesAvailable() > 0)
-            q->readFromSocket();
-    };
-    QMetaObject::invokeMethod(q, read, Qt::QueuedConnection);
-}
-
-/*
-    Takes what the engine has written. Done for each record: a memory BIO never shrinks, and copying
-    within the processor's cache is cheaper.
-*/
-void SslSocketPrivate::collectCiphertext()
-{
-    const int pending = engine.pendingOutput();
-    if (pending < 1)
-        return;
-    if (ciphertext.size() > 0 && ciphertext.size() + qint64(pending) > LARGEST_OUTPUT)
-        handOver();
-    const int size = ciphertext.size();
-    ciphertext.resize(size + pending);
-    engine.drain(ciphertext.data() + size, pending);
-}
-
-void SslSocketPrivate::handOver()
-{
-    const QByteArray output = std::exchange(ciphertext, QByteArray());
-    if (transport && transport->isOpen())
-        transport->write(output);
-}
-
-void SslSocketPrivate::flushEngine()
-{
-    collectCiphertext();
-    if (!ciphertext.isEmpty() && transport && transport->isOpen())
-        handOver();
-}
-
-void SslSocket::socketBytesWritten(qint64 bytes)
-{
-    const TransportSignal handling(d->transport.signalCount());
-    if (d->established)
-        Q_EMIT bytesWritten(bytes);
 }
 
 } // namespace vela

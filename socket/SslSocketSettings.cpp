@@ -1,14 +1,10 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The TLS settings of an SslSocket and the engine that is made from them.
+// The TLS settings of an SslSocket, and the statistics of all sockets.
 
-#include "socket/SessionCache.h"
 #include "socket/SslContext.h"
 #include "socket/SslSocketPrivate.h"
 
 #include <Ferrule/SslSocket.h>
-
-#include <QtCore/QTimer>
-#include <QtNetwork/QHostAddress>
 
 namespace vela {
 
@@ -60,51 +56,6 @@ QString SslSocket::pathToCACertDir() const
 void SslSocket::setPathToCACertDir(const QString& path)
 {
     d->settings.pathToCACertDir = path;
-}
-
-bool SslSocket::initSsl()
-{
-    const TlsEngine::Role role =
-        d->mode == Server ? TlsEngine::Role::Server : TlsEngine::Role::Client;
-    const QString error = d->engine.begin(role, d->settings, d->sessionOrigin());
-    if (!error.isNull()) {
-        d->fail(error);
-        return false;
-    }
-    const SessionGuard guard(d);
-    if (d->transport) {
-        d->copyEndpoint();
-        d->transport->flush();
-    }
-    if (!guard.holds())
-        return false;
-    d->sslInitialised = true;
-    return true;
-}
-
-SessionOrigin SslSocketPrivate::sessionOrigin() const
-{
-    if (transport.isOwned() || !transport)
-        return {sessionKey, sessionKey};
-    const QString name = transport->peerName();
-    const QString server = name.isEmpty() ? transport->peerAddress().toString() : name;
-    return {sessionKey,
-            QString::fromLatin1("%1:%2").arg(server, QString::number(transport->peerPort()))};
-}
-
-void SslSocketPrivate::copyEndpoint()
-{
-    q->setPeerAddress(transport->peerAddress());
-    q->setPeerPort(transport->peerPort());
-    q->setPeerName(transport->peerName());
-    q->setLocalAddress(transport->localAddress());
-    q->setLocalPort(transport->localPort());
-}
-
-void SslSocketPrivate::tidySessions()
-{
-    if (SessionCache::tidy())
-        QTimer::singleShot(SessionCache::tidyInterval(), q, [this] { tidySessions(); });
 }
 
 QString SslSocket::printStatistics()
