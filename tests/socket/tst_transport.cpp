@@ -76,6 +76,8 @@ private Q_SLOTS:
     void renewedSocketTakesThePlaceOfAnAdoptedOne();
     void abandonedConnectionIsHeardOfNoMore();
     void connectionThatHasArrivedIsNotAbandoned();
+    void adoptedSocketEndsWithTheFrame();
+    void socketsOutliveTheFrameInTheirSignals_data();
     void socketsOutliveTheFrameInTheirSignals();
 
 private:
@@ -253,13 +255,31 @@ void TransportTest::connectionThatHasArrivedIsNotAbandoned()
     QCOMPARE(m_near->state(), QAbstractSocket::ConnectedState);
 }
 
+void TransportTest::adoptedSocketEndsWithTheFrame()
+{
+    m_transport->attach(m_near, false);
+    m_transport->dismissAll();
+    QVERIFY(m_near);
+    deleteDeferred();
+    QVERIFY(!m_near);
+}
+
+void TransportTest::socketsOutliveTheFrameInTheirSignals_data()
+{
+    QTest::addColumn<bool>("letGo");
+    QTest::newRow("the one there is") << false;
+    QTest::newRow("one that was let go") << true;
+}
+
 void TransportTest::socketsOutliveTheFrameInTheirSignals()
 {
-    auto* child = m_near.data();
-    child->setParent(m_frame.get());
-    m_transport->attach(child, true);
+    QFETCH(bool, letGo);
+    m_near->setParent(m_frame.get());
+    m_transport->attach(m_near, false);
     m_frame->onInput = [&] {
         const TransportSignal handling(m_transport->signalCount());
+        if (letGo)
+            m_transport->release();
         m_transport->dismissAll();
         deleteDeferred();
         QVERIFY(m_near);
