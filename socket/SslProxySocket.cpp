@@ -69,8 +69,7 @@ void SslProxySocket::silenceTunnel()
     tunnelSocket->disconnect();
     // It stays open, and nobody takes what it receives any more.
     tunnelSocket->setReadBufferSize(1);
-    if (d->socket == tunnelSocket)
-        d->transportSilenced = true;
+    d->transport.noteSilenced(tunnelSocket);
 }
 
 void SslProxySocket::openTunnel(const QNetworkProxy& proxy, OpenMode openMode)
@@ -79,8 +78,7 @@ void SslProxySocket::openTunnel(const QNetworkProxy& proxy, OpenMode openMode)
     auto* tunnel = new QTcpSocket(this);
     tunnelSocket = tunnel;
     ++d->connections;
-    d->upcomingTransport = tunnel;
-    d->upcomingTextMode = openMode & Text;
+    d->transport.expect(tunnel, openMode & Text);
 
     vela::connect(tunnel, "2connected()", this, "1proxyConnected()");
     vela::connect(tunnel, "2readyRead()", this, "1proxyResponse()");
@@ -117,7 +115,7 @@ void SslProxySocket::proxyResponse()
     const SessionGuard guard(d);
     Q_EMIT tunnelEstablished();
     // A slot may have given the tunnel up, or begun another one.
-    if (guard.holds() && tunnelSocket == d->socket && d->transportState() == ConnectedState)
+    if (guard.holds() && tunnelSocket == d->transport.socket() && d->transport.isConnected())
         sslConnect();
 }
 
@@ -130,16 +128,16 @@ bool SslProxySocket::adoptTunnel()
     QTcpSocket* const tunnel = tunnelSocket;
     const QString serverName = peerName();
     const quint16 serverPort = peerPort();
-    d->upcomingTransport.clear();
+    d->transport.noteArrival();
     // Before it is adopted, because a session is chosen by this name: by the server, not the proxy.
     // Protected in Qt, which lets a derived class name them for another object only in this way.
     (tunnel->*&SslProxySocket::setPeerName)(serverName);
     (tunnel->*&SslProxySocket::setPeerPort)(serverPort);
     setSocket(tunnel);
-    if (!self || d->socket != tunnel || d->transportState() != ConnectedState)
+    if (!self || d->transport.socket() != tunnel || !d->transport.isConnected())
         return false;
 
-    setTextModeEnabled(d->upcomingTextMode);
+    setTextModeEnabled(d->transport.upcomingTextMode());
     setPeerName(serverName);
     setPeerPort(serverPort);
     return true;

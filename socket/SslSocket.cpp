@@ -2,9 +2,7 @@
 #include <Ferrule/SslProxySocket.h>
 #include <Ferrule/SslSocket.h>
 
-#include "socket/SessionCache.h"
 #include "socket/SslSocketPrivate.h"
-#include "support/QtCompat.h"
 
 #include <QtNetwork/QNetworkProxy>
 
@@ -14,16 +12,16 @@ SslSocket::SslSocket(Mode mode, QObject* parent)
     : QTcpSocket(parent)
     , d(new SslSocketPrivate(this, mode))
 {
-    d->attach(new QTcpSocket(this), true);
+    d->transport.attach(new QTcpSocket(this), true);
 }
 
 SslSocket::~SslSocket()
 {
-    if (d->socket)
-        d->socket->disconnect(this);
+    if (d->transport)
+        d->transport->disconnect(this);
     d->sendLastWords();
     d->reset();
-    d->dismissTransports();
+    d->transport.dismissAll();
     setSocketState(UnconnectedState); // Or the base would announce the end of a connection.
     delete d;
 }
@@ -77,13 +75,13 @@ void SslSocket::connectToHostImplementation(QString hostName, quint16 port, Open
     open(openMode);
     d->sessionKey = QString::fromLatin1("%1:%2").arg(hostName, QString::number(port));
     d->reset();
-    if (!d->socket || d->transportSilenced || d->insideTransportSignal())
-        d->renewTransport();
+    if (d->transport.isSpent())
+        d->transport.renew();
 
     const SessionGuard guard(d);
-    d->socket->connectToHost(hostName, port, openMode & ~Text, AnyIPProtocol); // TLS is no text.
+    d->transport->connectToHost(hostName, port, openMode & ~Text, AnyIPProtocol); // TLS is no text.
     // An address that cannot be reached may have failed, and been reported, already.
-    if (guard.holds() && d->transportState() != UnconnectedState)
+    if (guard.holds() && d->transport.state() != UnconnectedState)
         setSocketState(ConnectingState);
 }
 
@@ -95,23 +93,23 @@ void SslSocket::disconnectFromHost()
 void SslSocket::disconnectFromHostImplementation()
 {
     const SessionGuard guard(d);
-    d->abandonUpcomingTransport();
-    if (d->socket)
-        d->socket->disconnectFromHost();
+    d->transport.abandonUpcoming();
+    if (d->transport)
+        d->transport->disconnectFromHost();
     if (!guard.holds())
         return;
     d->reset();
-    d->emitState(d->transportState());
+    d->emitState(d->transport.state());
 }
 
 void SslSocket::close()
 {
     const SessionGuard guard(d);
     const quint64 connection = d->connections;
-    d->abandonUpcomingTransport();
+    d->transport.abandonUpcoming();
     d->sendLastWords();
-    if (guard.isAlive() && d->connections == connection && d->socket)
-        d->socket->abort();
+    if (guard.isAlive() && d->connections == connection && d->transport)
+        d->transport->abort();
     // A slot may have begun another connection, which keeps the device open.
     if (guard.isAlive() && d->connections == connection)
         QTcpSocket::close();
@@ -133,28 +131,28 @@ void SslSocket::setSocket(QTcpSocket* socket)
     socket->flush();
     if (!guard.holds())
         return;
-    if (d->ssl)
+    if (d->engine.connection())
         d->reset();
     ++d->connections;
-    if (socket != d->socket)
-        d->releaseTransport();
-    d->attach(socket, false);
+    if (socket != d->transport.socket())
+        d->transport.release();
+    d->transport.attach(socket, false);
     d->dropBufferedInput();
     setOpenMode(socket->openMode());
     if (socket->isTextModeEnabled())
         socket->setTextModeEnabled(false); // It is the frame's alone now.
-    if (initSsl() && d->transportState() == ConnectedState && d->socket->bytesAvailable() > 0)
-        d->readLater(); // The socket has announced it already, to somebody else.
+    if (initSsl() && d->transport.isConnected() && d->transport->bytesAvailable() > 0)
+        d->pumpInLater(); // The socket has announced it already, to somebody else.
 }
 
 QTcpSocket* SslSocket::socket() const
 {
-    return d->socket;
+    return d->transport.socket();
 }
 
 void SslSocket::moveToThread(QThread* thread)
 {
-    QTcpSocket* const transport = d->socket;
+    QTcpSocket* const transport = d->transport.socket();
     const bool transportIsChild = transport && transport->parent() == this;
     if (parent() || (transport && transport->parent() && !transportIsChild)) {
         qWarning("QtSslSocket::moveToThread() called for a socket that has a parent, or whose "
@@ -168,106 +166,51 @@ void SslSocket::moveToThread(QThread* thread)
 
 void SslSocket::handleSocketError(QAbstractSocket::SocketError error)
 {
-    const TransportSignal handling(d->transportSignals);
-    setErrorString(d->socket->errorString());
-    d->emitError(error);
+    d->relayError(error);
 }
 
 void SslSocket::handleStateChanged(QAbstractSocket::SocketState state)
 {
-    const TransportSignal handling(d->transportSignals);
-    switch (state) {
-    case UnconnectedState:
-    case HostLookupState:
-    case ConnectingState:
-    case ClosingState:
-        d->emitState(state);
-        break;
-    case ConnectedState: // Ours begins when the handshake is complete.
-    case BoundState:
-    case ListeningState:
-        break;
-    }
+    d->relayState(state);
 }
 
-SslSocketPrivate::SslSocketPrivate(SslSocket* owner, SslSocket::Mode role)
-    : mode(role)
-    , q(owner)
+void SslSocket::readFromSocket()
 {
+    d->pumpIn();
 }
 
-void SslSocketPrivate::reset()
+void SslSocket::writeToSocket()
 {
-    ++generation;
-    releaseEngine();
-    readBuffer.clear();
-    writeBuffer.clear();
-    ciphertext.clear();
-    handshakeDone = false;
-    established = false;
-    connectedDue = false;
-    engineFailed = false;
-    announcing = false;
-    announcementsDue = 0;
-    reportingFailure = false;
-    sslInitialised = false;
-    writeScheduled = false;
-    dataRead = false;
+    d->pumpOut();
 }
 
-void SslSocketPrivate::fail(const QString& text)
+void SslSocket::socketBytesWritten(qint64 bytes)
 {
-    q->setErrorString(text);
-    emitError(QAbstractSocket::UnknownSocketError);
+    const TransportSignal handling(d->transport.signalCount());
+    if (d->isEstablished())
+        Q_EMIT bytesWritten(bytes);
 }
 
-void SslSocketPrivate::failEngine(const QString& text)
+bool SslSocket::sslConnect()
 {
-    engineFailed = true;
-    if (reportingFailure)
-        return;
-    // Hosts close the socket when they hear of it, and then nothing would leave any more. Where
-    // something waited already, Qt may be waiting for it to leave; then closing sends the alert.
-    const SessionGuard guard(this);
-    const bool wasOpen = q->isOpen();
-    flushEngine();
-    if (guard.holds() && (activeReads == 0 || nothingWaited))
-        sendLastWords();
-    // OpenSSL has dropped the session of a connection that failed.
-    SessionCache::reportRemovals();
-    // A host that was told that the peer has gone may have closed the socket already.
-    if (!guard.holds() || q->isOpen() != wasOpen)
-        return;
-    reportingFailure = true;
-    fail(text);
-    if (guard.holds())
-        reportingFailure = false;
+    const TransportSignal handling(d->transport.signalCount());
+    return sslAcceptOrConnect(false);
 }
 
-void SslSocketPrivate::sendLastWords()
+bool SslSocket::sslAccept()
 {
-    if (engineFailed && transportState() == QAbstractSocket::ConnectedState)
-        socket->flush();
+    open(ReadWrite);
+    return sslAcceptOrConnect(true);
 }
 
-void SslSocketPrivate::dropBufferedInput()
+bool SslSocket::sslAcceptOrConnect(bool accept)
 {
-    if (q->isTransactionStarted())
-        q->commitTransaction();
-    while (q->isReadable() && q->QIODevice::bytesAvailable() > 0)
-        q->QIODevice::read(q->QIODevice::bytesAvailable());
+    return d->shakeHands(accept ? TlsEngine::Role::Server : TlsEngine::Role::Client);
 }
 
-void SslSocketPrivate::emitError(QAbstractSocket::SocketError error)
+bool SslSocket::initSsl()
 {
-    q->setSocketError(error);
-    emitSocketError(q, error);
-}
-
-void SslSocketPrivate::emitState(QAbstractSocket::SocketState state)
-{
-    q->setSocketState(state);
-    Q_EMIT q->stateChanged(state);
+    return d->prepare();
 }
 
 } // namespace vela

@@ -26,19 +26,19 @@ QString text(const char* latin1)
 
 QString SslSocket::getCipherName() const
 {
-    const SSL_CIPHER* cipher = currentCipher(d->ssl);
+    const SSL_CIPHER* cipher = currentCipher(d->engine.connection());
     return cipher ? text(SSL_CIPHER_get_name(cipher)) : QString();
 }
 
 QString SslSocket::getCipherVersion() const
 {
-    const SSL_CIPHER* cipher = currentCipher(d->ssl);
+    const SSL_CIPHER* cipher = currentCipher(d->engine.connection());
     return cipher ? text(SSL_CIPHER_get_version(cipher)) : QString();
 }
 
 QString SslSocket::getCipherDescription() const
 {
-    const SSL_CIPHER* cipher = currentCipher(d->ssl);
+    const SSL_CIPHER* cipher = currentCipher(d->engine.connection());
     if (!cipher)
         return QString();
     char buffer[1024];
@@ -47,14 +47,14 @@ QString SslSocket::getCipherDescription() const
 
 int SslSocket::getCipherBits() const
 {
-    const SSL_CIPHER* cipher = currentCipher(d->ssl);
+    const SSL_CIPHER* cipher = currentCipher(d->engine.connection());
     int algorithmBits = 0;
     return cipher ? SSL_CIPHER_get_bits(cipher, &algorithmBits) : 0;
 }
 
 bool SslSocket::isSessionReused() const
 {
-    return d->ssl && SSL_is_init_finished(d->ssl) && SSL_session_reused(d->ssl);
+    return d->engine.isSessionReused();
 }
 
 QString SslSocket::peerCertificate() const
@@ -72,7 +72,7 @@ QString SslSocket::localCertificate() const
 
 X509* SslSocket::x509peerCertificate() const
 {
-    X509* certificate = d->ssl ? d->session.peer.certificate(d->ssl) : nullptr;
+    X509* certificate = d->engine.peerCertificate();
     if (certificate)
         X509_up_ref(certificate);
     return certificate;
@@ -80,13 +80,15 @@ X509* SslSocket::x509peerCertificate() const
 
 X509* SslSocket::x509localCertificate() const
 {
-    return d->ssl ? SSL_get_certificate(d->ssl) : nullptr;
+    const SSL* ssl = d->engine.connection();
+    return ssl ? SSL_get_certificate(ssl) : nullptr;
 }
 
 QList<X509*> SslSocket::x509peerCertificateChain() const
 {
     QList<X509*> certificates;
-    STACK_OF(X509)* chain = d->ssl ? SSL_get_peer_cert_chain(d->ssl) : nullptr;
+    const SSL* ssl = d->engine.connection();
+    STACK_OF(X509)* chain = ssl ? SSL_get_peer_cert_chain(ssl) : nullptr;
     for (int i = 0; chain && i < sk_X509_num(chain); ++i)
         certificates.append(sk_X509_value(chain, i));
     return certificates;

@@ -63,25 +63,26 @@ bool SslSocketPrivate::waitForPlaintext(int msecs)
     QElapsedTimer timer;
     timer.start();
     const SessionGuard guard(this);
-    dataRead = false;
+    progress.dataRead = false;
     for (;;) {
         if (!writeBuffer.isEmpty())
-            q->writeToSocket();
-        if (guard.holds() && !engineFailed && hasUnreadInput())
-            q->readFromSocket();
+            pumpOut();
+        if (guard.holds() && !progress.engineFailed && hasUnreadInput())
+            pumpIn();
         if (!guard.holds())
             return false;
-        if (dataRead)
+        if (progress.dataRead)
             return true;
-        if (isBeingJudged() || engineFailed || peerSaidGoodbye() || !canWait(socket))
+        if (isBeingJudged() || progress.engineFailed || engine.hasGoodbye()
+            || !canWait(transport.socket()))
             return false;
         const qint64 left = std::max<qint64>(0, msecs - timer.elapsed());
-        const bool arrived = socket->waitForReadyRead(static_cast<int>(left));
+        const bool arrived = transport->waitForReadyRead(static_cast<int>(left));
         if (!guard.holds() || !arrived)
             return false;
-        if (dataRead)
+        if (progress.dataRead)
             return true;
-        if (transportState() == QAbstractSocket::UnconnectedState)
+        if (transport.state() == QAbstractSocket::UnconnectedState)
             return false;
     }
 }
@@ -92,17 +93,12 @@ bool SslSocketPrivate::waitForPlaintext(int msecs)
 */
 bool SslSocketPrivate::hasUnreadInput() const
 {
-    if (socket && socket->bytesAvailable() > 0)
+    if (transport && transport->bytesAvailable() > 0)
         return true;
-    if (!announcing)
+    if (!progress.announcing)
         return false;
-    return SSL_pending(ssl) > 0 || BIO_pending(readBio) > 0
-           || (socket && (socket->openMode() & QIODevice::Unbuffered));
-}
-
-bool SslSocketPrivate::peerSaidGoodbye() const
-{
-    return ssl && (SSL_get_shutdown(ssl) & SSL_RECEIVED_SHUTDOWN) != 0;
+    return engine.hasBufferedInput()
+           || (transport && (transport->openMode() & QIODevice::Unbuffered));
 }
 
 bool SslSocket::waitForBytesWritten(int msecs)
@@ -110,25 +106,26 @@ bool SslSocket::waitForBytesWritten(int msecs)
     const SessionGuard guard(d);
     const QDeadlineTimer deadline(msecs);
     if (!d->writeBuffer.isEmpty())
-        writeToSocket();
+        d->pumpOut();
     // While the peer renegotiates, the engine takes nothing before it has the peer's answer.
-    while (guard.holds() && d->established && !d->engineFailed && !d->writeBuffer.isEmpty()
-           && d->transportState() == ConnectedState && d->socket->bytesToWrite() == 0) {
+    while (guard.holds() && d->isEstablished() && !d->progress.engineFailed
+           && !d->writeBuffer.isEmpty() && d->transport.isConnected()
+           && d->transport->bytesToWrite() == 0) {
         ++d->activeWaits;
         const bool arrived =
-            d->socket->waitForReadyRead(static_cast<int>(deadline.remainingTime()));
+            d->transport->waitForReadyRead(static_cast<int>(deadline.remainingTime()));
         if (guard.isAlive())
             --d->activeWaits;
         if (!arrived)
             return false;
     }
-    return guard.holds() && canWait(d->socket)
-           && d->socket->waitForBytesWritten(static_cast<int>(deadline.remainingTime()));
+    return guard.holds() && canWait(d->transport.socket())
+           && d->transport->waitForBytesWritten(static_cast<int>(deadline.remainingTime()));
 }
 
 qint64 SslSocket::readData(char* data, qint64 maxlen)
 {
-    if (!d->established)
+    if (!d->isEstablished())
         return -1;
     return std::max<qint64>(0, d->readBuffer.read(data, maxlen));
 }
@@ -140,8 +137,8 @@ qint64 SslSocket::readLineData(char* data, qint64 maxlen)
 
 qint64 SslSocket::writeData(const char* data, qint64 len)
 {
-    if (!d->writeScheduled) {
-        d->writeScheduled = true;
+    if (!d->progress.writeScheduled) {
+        d->progress.writeScheduled = true;
         QMetaObject::invokeMethod(this, "writeToSocket", Qt::QueuedConnection);
     }
     d->writeBuffer.append(data, len);

@@ -2,74 +2,61 @@
 // The handshake of an SslSocket and the verdict on its peer.
 
 #include "socket/PeerVerdict.h"
+#include "socket/SessionCache.h"
 #include "socket/SslSocketPrivate.h"
 #include "support/OpenSslCompat.h"
-#include "support/OpenSslErrors.h"
 #include "support/OpenSslHandles.h"
 
 #include <Ferrule/SslSocket.h>
 
 #include <QtCore/QDebug>
+#include <QtCore/QTimer>
 
 namespace vela {
 
-bool SslSocket::sslConnect()
+bool SslSocketPrivate::shakeHands(TlsEngine::Role role)
 {
-    const TransportSignal handling(d->transportSignals);
-    return sslAcceptOrConnect(false);
-}
-
-bool SslSocket::sslAccept()
-{
-    open(ReadWrite);
-    return sslAcceptOrConnect(true);
-}
-
-bool SslSocket::sslAcceptOrConnect(bool accept)
-{
-    if (d->handshakeDone) // The engine would begin another one.
+    if (progress.stage >= ConnectionProgress::BeingJudged) // The engine would begin another one.
         return true;
-    if (!d->sslInitialised && !initSsl())
+    if (progress.stage == ConnectionProgress::Blank && !prepare())
         return false;
 
-    d->session.enterRole(d->ssl, accept);
-    clearOpenSslErrors();
-    const int result = accept ? SSL_accept(d->ssl) : SSL_connect(d->ssl);
-    if (result > 0)
-        return d->completeHandshake();
-
-    const int error = SSL_get_error(d->ssl, result);
-    if (result < 0 && (error == SSL_ERROR_WANT_READ || error == SSL_ERROR_WANT_WRITE)) {
-        writeToSocket();
-        return false;
-    }
-    d->session.handshakeFailed();
-    d->failEngine(tr("SSL error: %1").arg(takeOpenSslError()));
+    const TlsEngine::Outcome outcome = engine.step(role);
+    if (outcome.isDone())
+        return completeHandshake();
+    if (outcome.result == TlsEngine::Result::WantsMore)
+        pumpOut();
+    else
+        failEngine(SslSocket::tr("SSL error: %1").arg(outcome.text()));
     return false;
 }
 
 bool SslSocketPrivate::completeHandshake()
 {
-    session.handshakeCompleted();
-    session.peer.begin(ssl);
     const SessionGuard guard(this);
-    handshakeDone = true;
+    progress.stage = ConnectionProgress::BeingJudged;
     tidySessions();
     if (!guard.holds())
         return false;
     judgePeer();
     // A slot may have turned the peer down.
-    if (!guard.holds() || transportState() != QAbstractSocket::ConnectedState)
+    if (!guard.holds() || !transport.isConnected())
         return false;
     emitState(QAbstractSocket::ConnectedState);
     if (!guard.holds())
         return false;
 
-    established = true;
+    progress.stage = ConnectionProgress::Established;
     qDebug().nospace().noquote() << "session " << sessionKey
-                                 << " reused: " << (SSL_session_reused(ssl) != 0);
-    q->readFromSocket();
+                                 << " reused: " << engine.isSessionReused();
+    pumpIn();
     return guard.holds();
+}
+
+void SslSocketPrivate::tidySessions()
+{
+    if (SessionCache::tidy())
+        QTimer::singleShot(SessionCache::tidyInterval(), q, [this] { tidySessions(); });
 }
 
 /*
@@ -78,22 +65,22 @@ bool SslSocketPrivate::completeHandshake()
 */
 bool SslSocketPrivate::keepsPeer()
 {
-    if (!session.peer.hasRefused() && session.peer.isSamePeer(ssl))
+    if (engine.keepsPeer())
         return true;
-    if (!session.peer.refuse())
+    if (!engine.refusePeer())
         return false;
     const SessionGuard guard(this);
-    engineFailed = true;
+    progress.engineFailed = true;
     fail(QStringLiteral("The peer has changed its certificate after it was verified"));
-    if (guard.holds() && socket)
-        socket->abort();
+    if (guard.holds() && transport)
+        transport->abort();
     return false;
 }
 
 void SslSocketPrivate::judgePeer()
 {
-    const QString hostName = socket ? socket->peerName() : QString();
-    const long code = SSL_get_verify_result(ssl);
+    const QString hostName = transport ? transport->peerName() : QString();
+    const long code = engine.verifyResult();
     PeerVerdict verdict;
     if (code == X509_V_OK) {
         verdict = judgeVerifiedPeer(PeerIdentity(q->peerCertificate()), hostName);

@@ -1,16 +1,13 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The pump of an SslSocket: bytes between the inner socket, the engine and the host's buffers.
+// The pump of an SslSocket: in which order its legs run, and those on the way in.
 
 #include "socket/SslSocketPrivate.h"
-#include "support/OpenSslErrors.h"
 
 #include <Ferrule/SslSocket.h>
 
-#include <QtCore/QScopedValueRollback>
+#include <QtCore/QMetaObject>
 
-#include <algorithm>
 #include <cstring>
-#include <utility>
 
 namespace vela {
 
@@ -18,60 +15,61 @@ namespace {
 
 constexpr int PLAINTEXT_PIECE = 4096;
 
-// How much ciphertext the engine is handed at a time. A memory BIO of OpenSSL 1.0.2 moves all that
-// it holds with every read; a backlog waits in the inner socket instead.
+// How much ciphertext the engine is handed at a time. A memory BIO of OpenSSL 1.0.2 moves all
+// that it holds with every read; a backlog waits in the inner socket instead.
 constexpr qint64 CIPHERTEXT_BATCH = 32 * 1024;
-
-// How much the engine encrypts at a time; a multiple of what a record holds, so that none is
-// smaller for it. All of it waits in a memory BIO, whose size is limited.
-constexpr int LARGEST_PIECE = 1 << 20;
-
-// How much of it goes to the inner socket at a time: far below the size at which a QByteArray is
-// full.
-constexpr qint64 LARGEST_OUTPUT = 1 << 30;
 
 // How much is sent at once, without leaving it to the event loop when.
 constexpr qint64 LARGEST_ANSWER = 64 * 1024;
 
-//! Returns about how much \a plaintext bytes take on the wire, for a buffer that need not grow.
-int roomForRecords(qint64 plaintext)
-{
-    return static_cast<int>(std::min(LARGEST_OUTPUT, plaintext + plaintext / 64 + 256));
-}
-
-//! Tells by \a error, from SSL_get_error(), whether the engine lacks input and nothing is wrong.
-bool isWaiting(int error)
-{
-    return error == SSL_ERROR_WANT_READ || error == SSL_ERROR_WANT_WRITE;
-}
-
 } // namespace
 
 /*
-    The inbound path, in this order: take ciphertext, step the handshake until there is a session,
-    decrypt. Each of these emits signals, and each returns false when the slots or a failure left
-    nothing to go on with. While the host judges the peer, all that comes waits in the inner socket.
+    The way in. The legs run in this order, once for each batch of ciphertext; each emits signals,
+    and each returns false when the slots or a failure left nothing to go on with. While the host
+    judges the peer, all that comes waits in the inner socket.
 */
-void SslSocket::readFromSocket()
+void SslSocketPrivate::pumpIn()
 {
-    if (d->isBeingJudged())
+    if (isBeingJudged())
         return;
-    const TransportSignal handling(d->transportSignals);
-    const SessionGuard guard(d);
-    if (d->activeReads == 0)
-        d->nothingWaited = d->socket && d->socket->bytesToWrite() == 0;
-    ++d->activeReads;
+    const TransportSignal handling(transport.signalCount());
+    const SessionGuard guard(this);
+    if (m_activeReads == 0)
+        m_nothingWaited = transport && transport->bytesToWrite() == 0;
+    ++m_activeReads;
     bool more = true;
     while (more) {
-        more = d->takeCiphertext() && (d->established || d->stepHandshake()) && d->decrypt()
-               && d->mayHoldMore();
+        more = takeCiphertext() && (isEstablished() || stepHandshake()) && decrypt() && send()
+               && mayHoldMore();
         if (!guard.isAlive())
             return;
     }
-    --d->activeReads;
-    d->readBuffer.releaseSpare();
+    --m_activeReads;
+    readBuffer.releaseSpare();
     if (guard.holds())
-        d->sendAnswer();
+        sendAnswer();
+}
+
+void SslSocketPrivate::pumpInLater()
+{
+    const auto read = [this, guard = SessionGuard(this)] {
+        if (guard.holds() && transport.isConnected() && transport->bytesAvailable() > 0)
+            pumpIn();
+    };
+    QMetaObject::invokeMethod(q, read, Qt::QueuedConnection);
+}
+
+/*
+    The way out. What is written before the handshake is complete waits for it; what the engine
+    itself has to say does not.
+*/
+void SslSocketPrivate::pumpOut()
+{
+    progress.writeScheduled = false;
+    if (isEstablished() && !encrypt())
+        return;
+    flushEngine();
 }
 
 /*
@@ -83,28 +81,27 @@ void SslSocket::readFromSocket()
 */
 void SslSocketPrivate::sendAnswer()
 {
-    if (activeReads == 0 && activeWaits == 0 && nothingWaited && socket
-        && socket->bytesToWrite() <= LARGEST_ANSWER) {
-        socket->flush();
+    if (m_activeReads == 0 && activeWaits == 0 && m_nothingWaited && transport
+        && transport->bytesToWrite() <= LARGEST_ANSWER) {
+        transport->flush();
     }
 }
 
 bool SslSocketPrivate::takeCiphertext()
 {
-    tookCiphertext = false;
-    if (!socket)
+    m_tookCiphertext = false;
+    if (!transport)
         return true;
-    const bool wasConnected = socket->state() == QAbstractSocket::ConnectedState;
-    const QByteArray batch = socket->read(CIPHERTEXT_BATCH);
-    if (wasConnected && socket->state() == QAbstractSocket::UnconnectedState) {
+    const bool wasConnected = transport->state() == QAbstractSocket::ConnectedState;
+    const QByteArray batch = transport->read(CIPHERTEXT_BATCH);
+    if (wasConnected && transport->state() == QAbstractSocket::UnconnectedState) {
         relaySilentEnd();
         return false;
     }
     if (batch.isEmpty())
         return true;
-    tookCiphertext = true;
-    clearOpenSslErrors();
-    if (readBio && BIO_write(readBio, batch.constData(), batch.size()) == batch.size())
+    m_tookCiphertext = true;
+    if (engine.feed(batch.constData(), batch.size()))
         return true;
     fail(SslSocket::tr("Failed to write protocol data to BIO"));
     return false;
@@ -115,9 +112,9 @@ bool SslSocketPrivate::takeCiphertext()
 */
 bool SslSocketPrivate::mayHoldMore() const
 {
-    return socket
-           && (socket->bytesAvailable() > 0
-               || (tookCiphertext && (socket->openMode() & QIODevice::Unbuffered)));
+    return transport
+           && (transport->bytesAvailable() > 0
+               || (m_tookCiphertext && (transport->openMode() & QIODevice::Unbuffered)));
 }
 
 /*
@@ -129,10 +126,10 @@ void SslSocketPrivate::relaySilentEnd()
     const SessionGuard guard(this);
     const quint64 connection = connections;
     const auto isOver = [&] { return !guard.isAlive() || connections != connection; };
-    q->handleSocketError(socket->error());
+    relayError(transport->error());
     for (const auto state : {QAbstractSocket::ClosingState, QAbstractSocket::UnconnectedState}) {
         if (!isOver() && q->state() != QAbstractSocket::UnconnectedState)
-            q->handleStateChanged(state);
+            relayState(state);
     }
     if (!isOver())
         Q_EMIT q->disconnected();
@@ -142,26 +139,23 @@ bool SslSocketPrivate::stepHandshake()
 {
     const SessionGuard guard(this);
     bool completed = false;
-    connectedDue = true;
+    progress.connectedDue = true;
     switch (mode) {
     case SslSocket::Client:
-        completed = q->sslAcceptOrConnect(false);
+        completed = shakeHands(TlsEngine::Role::Client);
         break;
     case SslSocket::Server:
         q->open(QIODevice::ReadWrite);
-        completed = q->sslAcceptOrConnect(true);
+        completed = shakeHands(TlsEngine::Role::Server);
         break;
     default: // Reading would make the engine start one all the same.
         return false;
     }
-    if (!guard.holds())
-        return false;
-    q->writeToSocket();
-    if (!guard.holds())
+    if (!guard.holds() || !send())
         return false;
     if (completed)
         return announceConnected();
-    connectedDue = false;
+    progress.connectedDue = false;
     return true;
 }
 
@@ -169,13 +163,13 @@ bool SslSocketPrivate::announceConnected()
 {
     // The data that came with the end of the handshake has been announced already, and a slot may
     // have closed the connection.
-    if (transportState() != QAbstractSocket::ConnectedState)
+    if (!transport.isConnected())
         return false;
     const SessionGuard guard(this);
     emitState(QAbstractSocket::ConnectedState);
-    if (!guard.holds() || transportState() != QAbstractSocket::ConnectedState)
+    if (!guard.holds() || !transport.isConnected())
         return false;
-    connectedDue = false;
+    progress.connectedDue = false;
     Q_EMIT q->connected();
     return guard.holds();
 }
@@ -184,25 +178,23 @@ bool SslSocketPrivate::decrypt()
 {
     const SessionGuard guard(this);
     char piece[PLAINTEXT_PIECE];
-    int result = 0;
     for (;;) {
-        const QAbstractSocket::SocketState state = transportState();
-        if (!ssl || state == QAbstractSocket::ClosingState
+        const QAbstractSocket::SocketState state = transport.state();
+        if (!engine.connection() || state == QAbstractSocket::ClosingState
             || state == QAbstractSocket::UnconnectedState) {
             return false;
         }
-        clearOpenSslErrors();
-        result = SSL_read(ssl, piece, PLAINTEXT_PIECE);
+        const TlsEngine::Outcome outcome = engine.decrypt(piece, PLAINTEXT_PIECE);
         if (!keepsPeer())
             return false;
-        if (result < 1)
-            break;
-        std::memcpy(readBuffer.reserve(result), piece, static_cast<std::size_t>(result));
+        if (!outcome.isDone())
+            return finishDecryption(outcome);
+        const auto size = static_cast<std::size_t>(outcome.size);
+        std::memcpy(readBuffer.reserve(outcome.size), piece, size);
         if (!announcePlaintext())
             return false;
-        dataRead = true;
+        progress.dataRead = true;
     }
-    return finishDecryption(result);
 }
 
 /*
@@ -212,37 +204,33 @@ bool SslSocketPrivate::decrypt()
 */
 bool SslSocketPrivate::announcePlaintext()
 {
-    ++announcementsDue;
-    if (announcing)
+    ++progress.announcementsDue;
+    if (progress.announcing)
         return true;
     const SessionGuard guard(this);
-    announcing = true;
-    while (announcementsDue > 0) {
-        --announcementsDue;
+    progress.announcing = true;
+    while (progress.announcementsDue > 0) {
+        --progress.announcementsDue;
         Q_EMIT q->readyRead();
         if (!guard.holds())
             return false;
     }
-    announcing = false;
+    progress.announcing = false;
     return true;
 }
 
-bool SslSocketPrivate::finishDecryption(int result)
+bool SslSocketPrivate::finishDecryption(const TlsEngine::Outcome& outcome)
 {
-    const int error = SSL_get_error(ssl, result);
-    if (result < 0 && isWaiting(error)) {
-        const SessionGuard guard(this);
-        q->writeToSocket();
-        return guard.holds();
-    }
-    if (result == 0 && error == SSL_ERROR_ZERO_RETURN) {
+    if (outcome.result == TlsEngine::Result::WantsMore)
+        return true;
+    if (outcome.result == TlsEngine::Result::Closed) {
         // The host is to see connected() before the end of the connection; the step of the
         // handshake that announces it reads the goodbye once more.
-        if (!connectedDue)
+        if (!progress.connectedDue)
             followGoodbye();
         return false;
     }
-    failEngine(SslSocket::tr("Failed to read from SSL, %1").arg(takeOpenSslError()));
+    failEngine(SslSocket::tr("Failed to read from SSL, %1").arg(outcome.text()));
     return false;
 }
 
@@ -252,85 +240,8 @@ bool SslSocketPrivate::finishDecryption(int result)
 */
 void SslSocketPrivate::followGoodbye()
 {
-    const SessionGuard guard(this);
-    q->writeToSocket();
-    if (guard.holds() && socket)
-        socket->disconnectFromHost();
-}
-
-void SslSocket::writeToSocket()
-{
-    d->writeScheduled = false;
-    if (d->established && !d->encrypt())
-        return;
-    d->flushEngine();
-}
-
-/*
-    The engine takes nothing while the peer renegotiates and its answer is still to come; reading
-    that answer encrypts what has waited.
-*/
-bool SslSocketPrivate::encrypt()
-{
-    if (!writeBuffer.isEmpty())
-        ciphertext.reserve(roomForRecords(ciphertext.size() + writeBuffer.size()));
-    while (!writeBuffer.isEmpty()) {
-        if (session.peer.hasRefused())
-            return false;
-        clearOpenSslErrors();
-        const int size = std::min(LARGEST_PIECE, writeBuffer.nextDataBlockSize());
-        const int written = SSL_write(ssl, writeBuffer.readPointer(), size);
-        if (!keepsPeer())
-            return false;
-        if (written < 1 && SSL_in_init(ssl) && isWaiting(SSL_get_error(ssl, written)))
-            return true;
-        if (written < 1) {
-            engineFailed = true;
-            fail(SslSocket::tr("SSL error: %1").arg(takeOpenSslError()));
-            return false;
-        }
-        writeBuffer.free(written);
-        collectCiphertext();
-    }
-    writeBuffer.releaseSpare();
-    return true;
-}
-
-/*
-    Takes what the engine has written. Done for each record: a memory BIO never shrinks, and copying
-    within the processor's cache is cheaper.
-*/
-void SslSocketPrivate::collectCiphertext()
-{
-    const int pending = writeBio ? static_cast<int>(BIO_pending(writeBio)) : 0;
-    if (pending < 1)
-        return;
-    if (ciphertext.size() > 0 && ciphertext.size() + qint64(pending) > LARGEST_OUTPUT)
-        handOver();
-    const int size = ciphertext.size();
-    ciphertext.resize(size + pending);
-    BIO_read(writeBio, ciphertext.data() + size, pending);
-}
-
-void SslSocketPrivate::handOver()
-{
-    const QByteArray output = std::exchange(ciphertext, QByteArray());
-    if (socket && socket->isOpen())
-        socket->write(output);
-}
-
-void SslSocketPrivate::flushEngine()
-{
-    collectCiphertext();
-    if (!ciphertext.isEmpty() && socket && socket->isOpen())
-        handOver();
-}
-
-void SslSocket::socketBytesWritten(qint64 bytes)
-{
-    const TransportSignal handling(d->transportSignals);
-    if (d->established)
-        Q_EMIT bytesWritten(bytes);
+    if (send() && transport)
+        transport->disconnectFromHost();
 }
 
 } // namespace vela

@@ -7,6 +7,7 @@
     OpenSSL 1.0.2 lacks and holds every version test of the library.
 */
 
+#include <openssl/bio.h>
 #include <openssl/crypto.h>
 #include <openssl/dh.h>
 #include <openssl/ec.h>
@@ -30,6 +31,11 @@ inline const ASN1_TIME* X509_get0_notBefore(const X509* x509)
 inline const ASN1_TIME* X509_get0_notAfter(const X509* x509)
 {
     return X509_get_notAfter(x509);
+}
+
+inline int BIO_up_ref(BIO* bio)
+{
+    return CRYPTO_add(&bio->references, 1, CRYPTO_LOCK_BIO) > 1 ? 1 : 0;
 }
 
 inline int X509_up_ref(X509* x509)

@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#ifndef FERRULE_TLSSETTINGS_H
+#define FERRULE_TLSSETTINGS_H
+
+#include <QtCore/QString>
+
+namespace vela {
+
+//! What a host has set for the connections that a socket is to make; see SslSocket.
+struct TlsSettings
+{
+    QString pathToCertificate;
+    QString certificateSource; // Counts as a certificate; nothing sets it yet.
+    QString pathToPrivateKey;
+    QString pathToCACertFile;
+    QString pathToCACertDir;
+    QString ciphers;
+};
+
+} // namespace vela
+
+#endif
