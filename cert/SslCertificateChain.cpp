@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "cert/SslCertificateChain.h"
+#include <Ferrule/SslCertificateChain.h>
 
 #include "cert/OpenSslErrorMark.h"
 #include "cert/PemText.h"

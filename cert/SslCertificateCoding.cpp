@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
+#include <Ferrule/SslCertificate.h>
+
 #include "cert/OpenSslErrorMark.h"
 #include "cert/PemText.h"
-#include "cert/SslCertificate.h"
 #include "support/OpenSslHandles.h"
 #include "support/PassPhrase.h"
 

@@ -2,7 +2,7 @@
 #ifndef FERRULE_SSLCONTEXT_H
 #define FERRULE_SSLCONTEXT_H
 
-#include "support/RecursiveMutex.h"
+#include <Ferrule/RecursiveMutex.h>
 
 #include <QtCore/QByteArray>
 
