@@ -2,9 +2,9 @@
 #include <Ferrule/SslCertificate.h>
 
 #include "cert/CertificateTime.h"
-#include "cert/OpenSslErrorMark.h"
 #include "support/NameOneline.h"
 #include "support/OpenSslCompat.h"
+#include "support/OpenSslErrorMark.h"
 #include "support/OpenSslHandles.h"
 
 #include <openssl/evp.h>
