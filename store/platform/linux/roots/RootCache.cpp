@@ -70,8 +70,8 @@ RootSetPtr readRoots(const RootLocations& locations, const RootFiles& files, Roo
     const auto roots = std::make_shared<RootSet>();
     roots->locations = locations;
     roots->files = files;
-    for (const FileStamp& stamp : files)
-        readFile(stamp.path, roots.get(), report);
+    for (const RootFile& file : files)
+        readFile(file.path, roots.get(), report);
     locations.reportMissing(report);
     return roots;
 }
