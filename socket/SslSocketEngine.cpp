@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // The TLS settings of an SslSocket and the engine that is made from them.
 
-#include "socket/AuthorityFiles.h"
 #include "socket/GroupLimit.h"
-#include "socket/IdentityFiles.h"
 #include "socket/SessionCache.h"
 #include "socket/SslContext.h"
 #include "socket/SslSocketPrivate.h"
@@ -17,8 +15,6 @@
 #include <QtCore/QFile>
 #include <QtCore/QTimer>
 #include <QtNetwork/QHostAddress>
-
-#include <mutex>
 
 namespace vela {
 
@@ -94,9 +90,7 @@ bool SslSocket::initSsl()
 
 QString SslSocketPrivate::createEngine()
 {
-    SslContext::create();
-    SSL_CTX* context = SslContext::get();
-    if (!context)
+    if (!SslContext::create())
         return QStringLiteral("Error creating SSL context, %1").arg(takeOpenSslError());
     if (mode == SslSocket::Server) {
         if (pathToCertificate.isEmpty() && certificateSource.isEmpty())
@@ -107,39 +101,40 @@ QString SslSocketPrivate::createEngine()
 
     // Held over all steps, so that the engine gets the settings of this socket and not those that
     // another thread loads in between.
-    const std::lock_guard<RecursiveMutex> lock(SslContext::mutex());
-    QString error = applyCipherList();
+    const ContextLock lock = SslContext::shared().lock();
+    QString error = applyCipherList(lock);
     if (error.isNull() && mode == SslSocket::Server)
-        error = loadIdentity(context);
+        error = loadIdentity(lock);
     if (error.isNull())
-        error = loadAuthorities(context);
+        error = loadAuthorities(lock);
     if (!error.isNull())
         return error;
 
-    ssl = SslContext::newConnection();
+    ssl = SslContext::shared().newConnection(lock);
     if (!ssl)
         return SslSocket::tr("Error creating SSL session, %1").arg(takeOpenSslError());
     SSL_clear(ssl);
     // A server has no use for a session of the pool's, which would make the reference engine speak
     // the version that it was made with.
-    if (!session.begin(ssl, sessionOrigin(), mode != SslSocket::Server))
+    if (!session.begin(lock, ssl, sessionOrigin(), mode != SslSocket::Server))
         return SslSocket::tr("Error setting pooled SSL session");
     return connectEngine();
 }
 
-QString SslSocketPrivate::applyCipherList()
+QString SslSocketPrivate::applyCipherList(const ContextLock& lock)
 {
-    if (ciphers.isEmpty() || SslContext::setCipherList(ciphers.toLatin1()))
+    if (ciphers.isEmpty() || SslContext::shared().setCipherList(lock, ciphers.toLatin1()))
         return QString();
     return SslSocket::tr("Invalid or empty cipher list, %1").arg(takeOpenSslError());
 }
 
-QString SslSocketPrivate::loadIdentity(SSL_CTX* context)
+QString SslSocketPrivate::loadIdentity(const ContextLock& lock)
 {
     const QByteArray certificate = engineFileName(pathToCertificate);
     const QByteArray key = engineFileName(pathToPrivateKey);
-    AuthorityFiles::loadDefaults(context);
-    const IdentityFiles::Errors errors = IdentityFiles::load(context, certificate, key);
+    SslContext& context = SslContext::shared();
+    context.authorities().loadDefaults(lock);
+    const IdentityFiles::Errors errors = context.identity().load(lock, certificate, key);
     if (!errors.certificate.isNull())
         return SslSocket::tr("Error loading certificate, %1").arg(errors.certificate);
     if (!errors.key.isNull())
@@ -149,14 +144,14 @@ QString SslSocketPrivate::loadIdentity(SSL_CTX* context)
     return QString();
 }
 
-QString SslSocketPrivate::loadAuthorities(SSL_CTX* context)
+QString SslSocketPrivate::loadAuthorities(const ContextLock& lock)
 {
     if (pathToCACertFile.isEmpty() && pathToCACertDir.isEmpty())
         return QString();
     const QByteArray file = engineFileName(pathToCACertFile);
     // In directories, OpenSSL looks for files by the means of the C library.
     const QByteArray directory = QFile::encodeName(pathToCACertDir);
-    if (AuthorityFiles::load(context, file, directory))
+    if (SslContext::shared().authorities().load(lock, file, directory))
         return QString();
     return SslSocket::tr("Failed to load the list of trusted CAs: %1").arg(takeOpenSslError());
 }

@@ -58,9 +58,9 @@ public:
     //! \name Setting up the engine; each returns the error text, null when all went well
     //! \{
     QString createEngine();
-    QString applyCipherList();
-    QString loadIdentity(SSL_CTX* context);
-    QString loadAuthorities(SSL_CTX* context);
+    QString applyCipherList(const ContextLock& lock);
+    QString loadIdentity(const ContextLock& lock);
+    QString loadAuthorities(const ContextLock& lock);
     QString connectEngine();
     //! \}
     //! Returns with whom a session of the connection would be made.
