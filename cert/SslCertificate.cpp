@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "cert/SslCertificate.h"
+#include <Ferrule/SslCertificate.h>
 
 #include "cert/CertificateTime.h"
-#include "cert/OpenSslErrorMark.h"
 #include "support/NameOneline.h"
 #include "support/OpenSslCompat.h"
+#include "support/OpenSslErrorMark.h"
 #include "support/OpenSslHandles.h"
 
 #include <openssl/evp.h>

@@ -1,16 +1,13 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "cert/SslCertificateChain.h"
+#include <Ferrule/SslCertificateChain.h>
 
-#include "cert/OpenSslErrorMark.h"
+#include "cert/CertificateCoding.h"
 #include "cert/PemText.h"
 #include "support/OpenSslCompat.h"
-#include "support/OpenSslHandles.h"
-#include "support/PassPhrase.h"
+#include "support/OpenSslErrorMark.h"
 
 #include <QtCore/QSet>
 #include <QtCore/QVector>
-
-#include <openssl/pem.h>
 
 #include <algorithm>
 
@@ -113,12 +110,11 @@ QList<x509_st*> SslCertificateChain::readPem(const char* data, int length)
 {
     QList<x509_st*> handles;
     const OpenSslErrorMark mark;
-    // OpenSSL 1.0.2 takes the memory without saying const.
-    const BioHandle bio(BIO_new_mem_buf(const_cast<char*>(data), length));
+    const BioHandle bio = openMemory(data, length);
     if (!bio)
         return handles;
-    while (x509_st* handle = PEM_read_bio_X509(bio.get(), nullptr, refusePassPhrase, nullptr))
-        handles.append(handle);
+    while (X509Handle handle = readPemCertificate(bio.get()))
+        handles.append(handle.release());
     return handles;
 }
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "cert/SslCertificate.h"
+#include <Ferrule/SslCertificate.h>
 
 namespace vela {
 

@@ -1,21 +1,17 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "cert/OpenSslErrorMark.h"
-#include "cert/PemText.h"
-#include "cert/SslCertificate.h"
-#include "support/OpenSslHandles.h"
-#include "support/PassPhrase.h"
+#include <Ferrule/SslCertificate.h>
 
-#include <openssl/buffer.h>
-#include <openssl/pem.h>
+#include "cert/CertificateCoding.h"
+#include "cert/PemText.h"
+#include "support/OpenSslErrorMark.h"
 
 namespace vela {
 
 x509_st* SslCertificate::readPem(const char* data, int length)
 {
     const OpenSslErrorMark mark;
-    // OpenSSL 1.0.2 takes the memory without saying const.
-    const BioHandle bio(BIO_new_mem_buf(const_cast<char*>(data), length));
-    return bio ? PEM_read_bio_X509(bio.get(), nullptr, refusePassPhrase, nullptr) : nullptr;
+    const BioHandle bio = openMemory(data, length);
+    return bio ? readPemCertificate(bio.get()).release() : nullptr;
 }
 
 x509_st* SslCertificate::readPem(const QString& fileName)
@@ -30,21 +26,13 @@ x509_st* SslCertificate::readDer(const unsigned char* data, int length)
 {
     const OpenSslErrorMark mark;
     const unsigned char* cursor = data;
-    return d2i_X509(nullptr, &cursor, length);
+    return readDerCertificate(&cursor, length).release();
 }
 
 QByteArray SslCertificate::encodeDer(x509_st* x509)
 {
-    QByteArray der;
     const OpenSslErrorMark mark;
-    const BioHandle bio(BIO_new(BIO_s_mem()));
-    if (!bio || !x509 || !i2d_X509_bio(bio.get(), x509))
-        return der;
-    BUF_MEM* buffer = nullptr;
-    BIO_get_mem_ptr(bio.get(), &buffer);
-    if (buffer)
-        der.append(buffer->data, static_cast<int>(buffer->length));
-    return der;
+    return derOf(x509);
 }
 
 QString SslCertificate::encodePem(x509_st* x509)
@@ -65,13 +53,9 @@ void SslCertificate::writePem(x509_st* x509, QIODevice* device)
 void SslCertificate::writePem(x509_st* x509, QTextStream* stream)
 {
     const OpenSslErrorMark mark;
-    const BioHandle bio(BIO_new(BIO_s_mem()));
-    if (!bio || !x509 || !PEM_write_bio_X509(bio.get(), x509))
-        return;
-    BUF_MEM* buffer = nullptr;
-    BIO_get_mem_ptr(bio.get(), &buffer);
-    if (buffer)
-        *stream << QByteArray(buffer->data, static_cast<int>(buffer->length));
+    const QByteArray pem = pemOf(x509);
+    if (!pem.isEmpty())
+        *stream << pem;
 }
 
 QString SslCertificate::encodePem() const

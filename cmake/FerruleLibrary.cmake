@@ -3,7 +3,7 @@
 # objects for tests that look inside.
 
 set(ferrule_subsystems
-    ferrule_resources ferrule_support ferrule_cert ferrule_store ferrule_socket)
+    ferrule_resources ferrule_support ferrule_cert ferrule_store ferrule_socket ferrule_module)
 list(TRANSFORM ferrule_subsystems REPLACE "(.+)" "$<TARGET_OBJECTS:\\1>"
     OUTPUT_VARIABLE ferrule_objects)
 

@@ -19,11 +19,11 @@ function(ferrule_make_dll target)
         DEPENDS ${script} $<TARGET_OBJECTS:ferrule_cert>
         COMMENT "Listing the members of the exported list"
         VERBATIM)
-    configure_file(${PROJECT_SOURCE_DIR}/support/Ferrule.rc.in
+    configure_file(${PROJECT_SOURCE_DIR}/support/module/Ferrule.rc.in
         ${PROJECT_BINARY_DIR}/${target}.rc @ONLY)
     target_sources(${target} PRIVATE
-        ${PROJECT_SOURCE_DIR}/support/ModuleEntryWindows.cpp ${PROJECT_BINARY_DIR}/${target}.rc
-        ${list_exports})
+        ${PROJECT_SOURCE_DIR}/support/module/ModuleEntryWindows.cpp
+        ${PROJECT_BINARY_DIR}/${target}.rc ${list_exports})
     set_target_properties(${target} PROPERTIES PREFIX "")
     target_link_libraries(${target} PRIVATE crypt32)
     add_custom_command(TARGET ${target} POST_BUILD

@@ -2,12 +2,9 @@
 #include "socket/AuthorityFiles.h"
 
 #include "socket/AuthorityReader.h"
-#include "socket/FileVersion.h"
+#include "socket/ContextLock.h"
 #include "support/OpenSslCompat.h"
 #include "support/OpenSslHandles.h"
-
-#include <QtCore/QMap>
-#include <QtCore/QSet>
 
 #include <memory>
 #include <vector>
@@ -15,40 +12,6 @@
 namespace vela {
 
 namespace {
-
-using LoadedFiles = QMap<QPair<QByteArray, QByteArray>, FileVersion>;
-
-// Guarded by the context's mutex, and like the context never destroyed.
-LoadedFiles& loadedFiles()
-{
-    static auto* const files = new LoadedFiles;
-    return *files;
-}
-
-bool isLoaded(const QByteArray& file, const QByteArray& directory)
-{
-    const auto loaded = loadedFiles().constFind({file, directory});
-    return loaded != loadedFiles().constEnd() && *loaded == FileVersion::of(file);
-}
-
-void remember(const QByteArray& file, const QByteArray& directory, const FileVersion& version)
-{
-    if (version.isSettled())
-        loadedFiles().insert({file, directory}, version);
-}
-
-// Guarded and kept likewise.
-struct Known
-{
-    quint64 generation = 0;
-    QSet<QByteArray> directories;
-};
-
-Known& known()
-{
-    static auto* const state = new Known;
-    return *state;
-}
 
 using Certificates = std::vector<X509Handle>;
 using StoreHandle = std::unique_ptr<X509_STORE, OpenSslDeleter<X509_STORE_free>>;
@@ -68,36 +31,27 @@ Certificates authoritiesIn(X509_STORE* store)
     return authorities;
 }
 
-/*
-    Where handshakes of other threads read a store's list of directories without a lock, a new one
-    goes to a new store, with all that the one before had. Connections keep the store that
-    they were made with.
-*/
-void replaceStore(SSL_CTX* context)
+QByteArray environmentOr(const char* variable, const char* otherwise)
 {
-    StoreHandle store(X509_STORE_new());
-    if (!store || !AuthorityReader::prepare(store.get()))
-        return;
-    for (const X509Handle& authority : authoritiesIn(SSL_CTX_get_cert_store(context)))
-        X509_STORE_add_cert(store.get(), authority.get());
-    for (const QByteArray& directory : qAsConst(known().directories))
-        AuthorityReader::addDirectories(store.get(), directory.constData());
-    SSL_CTX_set_cert_store(context, store.release());
+    return qEnvironmentVariableIsSet(variable) ? qgetenv(variable) : QByteArray(otherwise);
 }
+
+} // namespace
 
 /*
     Notes whether what is loaded while the object lives adds authorities. Reading a file once more
     does not: the store has each certificate once.
 */
-class Addition
+class AuthorityFiles::Addition
 {
 public:
-    Addition(SSL_CTX* context, const QByteArray& directory)
-        : m_directory(directory)
-        , m_isNewDirectory(!directory.isEmpty() && !known().directories.contains(directory))
+    Addition(AuthorityFiles& files, SSL_CTX* context, const QByteArray& directory)
+        : m_files(files)
+        , m_directory(directory)
+        , m_isNewDirectory(!directory.isEmpty() && !files.m_directories.contains(directory))
     {
         if (m_isNewDirectory && !AuthorityReader::takesDirectoriesInUse())
-            replaceStore(context);
+            files.replaceStore(context);
         m_store = SSL_CTX_get_cert_store(context);
         m_before = authoritiesIn(m_store).size();
     }
@@ -105,9 +59,9 @@ public:
     ~Addition()
     {
         if (m_isNewDirectory && m_hasSucceeded)
-            known().directories.insert(m_directory);
+            m_files.m_directories.insert(m_directory);
         if (m_isNewDirectory || authoritiesIn(m_store).size() != m_before)
-            ++known().generation;
+            ++m_files.m_generation;
     }
 
     //! Tells that the directory, if any, is among those of the store.
@@ -116,6 +70,7 @@ public:
 private:
     Q_DISABLE_COPY(Addition)
 
+    AuthorityFiles& m_files;
     QByteArray m_directory;
     bool m_hasSucceeded = false;
     bool m_isNewDirectory;
@@ -123,19 +78,42 @@ private:
     std::size_t m_before = 0;
 };
 
-QByteArray environmentOr(const char* variable, const char* otherwise)
-{
-    return qEnvironmentVariableIsSet(variable) ? qgetenv(variable) : QByteArray(otherwise);
-}
-
-} // namespace
-
 void AuthorityFiles::prepare(SSL_CTX* context)
 {
     AuthorityReader::prepare(SSL_CTX_get_cert_store(context));
 }
 
-void AuthorityFiles::loadDefaults(SSL_CTX* context)
+/*
+    Where handshakes of other threads read a store's list of directories without a lock, a new one
+    goes to a new store, with all that the one before had. Connections keep the store that
+    they were made with.
+*/
+void AuthorityFiles::replaceStore(SSL_CTX* context) const
+{
+    StoreHandle store(X509_STORE_new());
+    if (!store || !AuthorityReader::prepare(store.get()))
+        return;
+    for (const X509Handle& authority : authoritiesIn(SSL_CTX_get_cert_store(context)))
+        X509_STORE_add_cert(store.get(), authority.get());
+    for (const QByteArray& directory : m_directories)
+        AuthorityReader::addDirectories(store.get(), directory.constData());
+    SSL_CTX_set_cert_store(context, store.release());
+}
+
+bool AuthorityFiles::isLoaded(const QByteArray& file, const QByteArray& directory) const
+{
+    const auto loaded = m_loaded.constFind({file, directory});
+    return loaded != m_loaded.constEnd() && *loaded == FileVersion::of(file);
+}
+
+void AuthorityFiles::remember(const QByteArray& file, const QByteArray& directory,
+                              const FileVersion& version)
+{
+    if (version.isSettled())
+        m_loaded.insert({file, directory}, version);
+}
+
+void AuthorityFiles::loadDefaults(const ContextLock& lock)
 {
     const QByteArray file =
         environmentOr(X509_get_default_cert_file_env(), X509_get_default_cert_file());
@@ -144,19 +122,20 @@ void AuthorityFiles::loadDefaults(SSL_CTX* context)
     if (isLoaded(file, directory))
         return;
     const FileVersion version = FileVersion::of(file);
-    Addition addition(context, directory);
-    AuthorityReader::addDefaults(context, file.constData(), directory.constData());
+    Addition addition(*this, lock.context(), directory);
+    AuthorityReader::addDefaults(lock.context(), file.constData(), directory.constData());
     addition.succeed();
     remember(file, directory, version);
 }
 
-bool AuthorityFiles::load(SSL_CTX* context, const QByteArray& file, const QByteArray& directory)
+bool AuthorityFiles::load(const ContextLock& lock, const QByteArray& file,
+                          const QByteArray& directory)
 {
     if (isLoaded(file, directory))
         return true;
     const FileVersion version = FileVersion::of(file);
-    Addition addition(context, directory);
-    X509_STORE* store = SSL_CTX_get_cert_store(context);
+    Addition addition(*this, lock.context(), directory);
+    X509_STORE* store = SSL_CTX_get_cert_store(lock.context());
     if (!file.isEmpty() && !AuthorityReader::addFile(store, file.constData()))
         return false;
     if (!directory.isEmpty() && !AuthorityReader::addDirectories(store, directory.constData()))
@@ -164,11 +143,6 @@ bool AuthorityFiles::load(SSL_CTX* context, const QByteArray& file, const QByteA
     addition.succeed();
     remember(file, directory, version);
     return true;
-}
-
-quint64 AuthorityFiles::generation()
-{
-    return known().generation;
 }
 
 } // namespace vela

@@ -2,8 +2,8 @@
 // With the reference engine, whose own lookup in directories would ask for pass phrases in the
 // middle of a handshake. This one finds what that one finds.
 
-#include "cert/OpenSslErrorMark.h"
 #include "socket/AuthorityReader.h"
+#include "support/OpenSslErrorMark.h"
 #include "support/OpenSslErrors.h"
 #include "support/OpenSslHandles.h"
 #include "support/PassPhrase.h"

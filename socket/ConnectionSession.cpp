@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "socket/ConnectionSession.h"
 
-#include "socket/AuthorityFiles.h"
-#include "socket/IdentityFiles.h"
 #include "socket/SessionCache.h"
+#include "socket/SslContext.h"
 #include "support/OpenSslCompat.h"
 
 #include <ctime>
@@ -80,13 +79,15 @@ int ConnectionSession::certificateAsked(SSL*, void* session)
     return 1;
 }
 
-bool ConnectionSession::begin(SSL* ssl, const SessionOrigin& origin, bool mayResume)
+bool ConnectionSession::begin(const ContextLock& lock, SSL* ssl, const SessionOrigin& origin,
+                              bool mayResume)
 {
+    SslContext& context = SslContext::shared();
     *this = ConnectionSession();
     m_origin = origin;
     m_terms.securityLevel = securityLevel(ssl);
-    m_terms.localCertificate = IdentityFiles::fingerprint();
-    m_terms.authorities = AuthorityFiles::generation();
+    m_terms.localCertificate = context.identity().fingerprint(lock);
+    m_terms.authorities = context.authorities().generation(lock);
     SSL_set_ex_data(ssl, 0, &m_origin.key);
     SSL_set_ex_data(ssl, connectionIndex, this);
     SSL_set_cert_cb(ssl, certificateAsked, this);

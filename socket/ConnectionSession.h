@@ -10,6 +10,8 @@
 
 namespace vela {
 
+class ContextLock;
+
 /*!
     What a connection has to do with sessions: which one it is offered, whose sessions it makes,
     and which of them others may resume. Those are the sessions that a client has made in a
@@ -26,10 +28,11 @@ public:
     static ConnectionSession* of(const SSL* ssl);
 
     /*!
-        Ties this object to the new connection \a ssl with \a origin, and if \a mayResume offers it
-        a session that suits. Returns false when OpenSSL refuses that, which is then forgotten.
+        Ties this object to \a ssl, a connection with \a origin that was made under \a lock, and if
+        \a mayResume offers it a session that suits. Returns false when OpenSSL refuses that, which
+        is then forgotten.
     */
-    bool begin(SSL* ssl, const SessionOrigin& origin, bool mayResume);
+    bool begin(const ContextLock& lock, SSL* ssl, const SessionOrigin& origin, bool mayResume);
 
     /*!
         Tells the role that the next step of the handshake has. Sessions of one role are not

@@ -24,7 +24,6 @@ FileVersion FileVersion::of(const QByteArray& engineName)
         return FileVersion();
     version.m_exists = true;
     version.m_stamp = FileStamp::of(file);
-    version.m_size = std::filesystem::file_size(file, error); // Of a directory there is none.
     return version;
 }
 

@@ -6,16 +6,14 @@
 
 #include <QtCore/QByteArray>
 
-#include <cstdint>
 #include <filesystem>
 
 namespace vela {
 
 /*!
-    What tells one state of a file from another without reading it: its size, when it was written,
-    and, because that can be set, which file it is and when the system has last changed it. Looked
-   at for each connection, so that it must cost little: times are kept as the file system has them,
-   because turning one into a QDateTime asks for the time zone's file as well.
+    The state of a file that is loaded, and whether another one could look the same. Looked at for
+    each connection, so that it must cost little: times are kept as the file system has them,
+    because turning one into a QDateTime asks for the time zone's file as well.
 */
 class FileVersion
 {
@@ -36,15 +34,13 @@ public:
 
     friend bool operator==(const FileVersion& a, const FileVersion& b)
     {
-        return a.m_exists == b.m_exists && a.m_modified == b.m_modified && a.m_size == b.m_size
-               && a.m_stamp == b.m_stamp;
+        return a.m_exists == b.m_exists && a.m_modified == b.m_modified && a.m_stamp == b.m_stamp;
     }
     friend bool operator!=(const FileVersion& a, const FileVersion& b) { return !(a == b); }
 
 private:
     bool m_exists = false;
     Clock::time_point m_modified = {};
-    std::uintmax_t m_size = 0;
     FileStamp m_stamp;
 };
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "socket/IdentityFiles.h"
 
-#include "socket/FileVersion.h"
+#include "socket/ContextLock.h"
 #include "support/OpenSslErrors.h"
 
 #include <openssl/err.h>
@@ -10,31 +10,6 @@
 namespace vela {
 
 namespace {
-
-//! Files, and the versions in which they were found.
-struct Source
-{
-    QByteArray certificate;
-    QByteArray key;
-    FileVersion certificateVersion;
-    FileVersion keyVersion;
-
-    bool isSettled() const { return certificateVersion.isSettled() && keyVersion.isSettled(); }
-
-    bool operator==(const Source& other) const
-    {
-        return certificate == other.certificate && key == other.key
-               && certificateVersion == other.certificateVersion && keyVersion == other.keyVersion;
-    }
-};
-
-// Where the context's identity came from; names no file while that is not known for certain.
-// Guarded by the context's mutex, and like the context never destroyed.
-Source& loadedSource()
-{
-    static auto* const source = new Source;
-    return *source;
-}
 
 bool saysEncrypted(unsigned long error)
 {
@@ -50,13 +25,6 @@ QString takeLoadError()
     while (error != 0 && !saysEncrypted(error))
         error = ERR_get_error();
     return describeOpenSslError(error != 0 ? error : oldest);
-}
-
-// Guarded and kept likewise.
-QByteArray& loadedFingerprint()
-{
-    static auto* const fingerprint = new QByteArray;
-    return *fingerprint;
 }
 
 QByteArray fingerprintOf(const X509* certificate)
@@ -78,14 +46,15 @@ QString takeErrorUnless(bool succeeded)
 
 } // namespace
 
-IdentityFiles::Errors IdentityFiles::load(SSL_CTX* context, const QByteArray& certificate,
+IdentityFiles::Errors IdentityFiles::load(const ContextLock& lock, const QByteArray& certificate,
                                           const QByteArray& key)
 {
     const Source source{certificate, key, FileVersion::of(certificate), FileVersion::of(key)};
-    if (source == loadedSource())
+    if (source == m_source)
         return {};
-    loadedSource() = Source();
+    m_source = Source();
 
+    SSL_CTX* const context = lock.context();
     Errors errors;
     errors.certificate = takeErrorUnless(
         SSL_CTX_use_certificate_file(context, certificate.constData(), SSL_FILETYPE_PEM) == 1);
@@ -93,17 +62,12 @@ IdentityFiles::Errors IdentityFiles::load(SSL_CTX* context, const QByteArray& ce
         SSL_CTX_use_PrivateKey_file(context, key.constData(), SSL_FILETYPE_PEM) == 1);
     errors.match = takeErrorUnless(SSL_CTX_check_private_key(context) == 1);
 
-    loadedFingerprint() = fingerprintOf(SSL_CTX_get0_certificate(context));
+    m_fingerprint = fingerprintOf(SSL_CTX_get0_certificate(context));
     const bool succeeded =
         errors.certificate.isNull() && errors.key.isNull() && errors.match.isNull();
     if (succeeded && source.isSettled())
-        loadedSource() = source;
+        m_source = source;
     return errors;
-}
-
-QByteArray IdentityFiles::fingerprint()
-{
-    return loadedFingerprint();
 }
 
 } // namespace vela

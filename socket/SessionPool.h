@@ -4,7 +4,8 @@
 
 #include "socket/SessionTerms.h"
 #include "support/OpenSslHandles.h"
-#include "support/RecursiveMutex.h"
+
+#include <Ferrule/RecursiveMutex.h>
 
 #include <ctime>
 #include <functional>

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "socket/SslContext.h"
 
-#include "socket/AuthorityFiles.h"
 #include "socket/ConnectionSession.h"
 #include "socket/SessionCache.h"
 #include "support/OpenSslCompat.h"
@@ -12,15 +11,11 @@
 
 #include <openssl/rand.h>
 
-#include <atomic>
 #include <cstring>
-#include <mutex>
 
 namespace vela {
 
 namespace {
-
-std::atomic<SSL_CTX*> sharedContext{nullptr};
 
 // Weak, and only for an OpenSSL that found no entropy of its own.
 void seedRandomGenerator()
@@ -53,29 +48,20 @@ void configure(SSL_CTX* context)
     SSL_CTX_set_default_passwd_cb(context, refusePassPhrase);
 }
 
-//! Empty lists stand for the engine's own choice.
-struct CipherLists
-{
-    QByteArray inForce;
-    QByteArray ofContext;
-    bool contextHasConnections = false;
-};
-
-// Guarded by the context's mutex, and like the context never destroyed.
-CipherLists& cipherLists()
-{
-    static auto* const lists = new CipherLists;
-    return *lists;
-}
-
 } // namespace
+
+SslContext& SslContext::shared()
+{
+    static auto* const context = new SslContext;
+    return *context;
+}
 
 bool SslContext::create()
 {
     if (get())
         return true;
-    const std::lock_guard<RecursiveMutex> lock(mutex());
-    if (get())
+    const ContextLock lock = shared().lock();
+    if (lock.context())
         return true;
 
     SSL_library_init();
@@ -94,19 +80,19 @@ bool SslContext::create()
     if (!context)
         return false;
     configure(context);
-    sharedContext.store(context, std::memory_order_release);
+    shared().m_context.store(context, std::memory_order_release);
     return true;
 }
 
 SSL_CTX* SslContext::get()
 {
-    return sharedContext.load(std::memory_order_acquire);
+    return shared().m_context.load(std::memory_order_acquire);
 }
 
-RecursiveMutex& SslContext::mutex()
+void SslContext::detach()
 {
-    static RecursiveMutex contextMutex;
-    return contextMutex;
+    if (SSL_CTX* context = get())
+        SessionCache::detach(context);
 }
 
 /*
@@ -115,43 +101,36 @@ RecursiveMutex& SslContext::mutex()
     spared the usual program, where all have the same. A list is tried out on another context first,
     because a bad one would leave the context without any.
 */
-bool SslContext::setCipherList(const QByteArray& list)
+bool SslContext::setCipherList(const ContextLock& lock, const QByteArray& list)
 {
-    static SSL_CTX* const trial = SSL_CTX_new(SSLv23_method());
-    CipherLists& lists = cipherLists();
-    if (list == lists.inForce)
+    if (list == m_listInForce)
         return true;
-    if (!trial || SSL_CTX_set_cipher_list(trial, list.constData()) != 1)
+    if (!m_trial)
+        m_trial.reset(SSL_CTX_new(SSLv23_method()));
+    if (!m_trial || SSL_CTX_set_cipher_list(m_trial.get(), list.constData()) != 1)
         return false;
-    lists.inForce = list;
+    m_listInForce = list;
     // A list may name a security level, by which the context judges the certificate that it is to
     // load. Connections have their own from the start, so that this one may change at any time.
-    copySecurityLevel(get(), trial);
-    if (!lists.contextHasConnections && SSL_CTX_set_cipher_list(get(), list.constData()) == 1)
-        lists.ofContext = list;
+    copySecurityLevel(lock.context(), m_trial.get());
+    if (!m_hasConnections && SSL_CTX_set_cipher_list(lock.context(), list.constData()) == 1)
+        m_listOfContext = list;
     return true;
 }
 
-SSL* SslContext::newConnection()
+SSL* SslContext::newConnection(const ContextLock& lock)
 {
-    CipherLists& lists = cipherLists();
-    lists.contextHasConnections = true;
-    SSL* ssl = SSL_new(get());
+    m_hasConnections = true;
+    SSL* ssl = SSL_new(lock.context());
     if (!ssl)
         return nullptr;
     // Its own references: the context may have another store before the handshake is over.
-    X509_STORE* const authorities = SSL_CTX_get_cert_store(get());
+    X509_STORE* const authorities = SSL_CTX_get_cert_store(lock.context());
     SSL_set1_verify_cert_store(ssl, authorities);
     SSL_set1_chain_cert_store(ssl, authorities);
-    if (lists.inForce != lists.ofContext)
-        SSL_set_cipher_list(ssl, lists.inForce.constData());
+    if (m_listInForce != m_listOfContext)
+        SSL_set_cipher_list(ssl, m_listInForce.constData());
     return ssl;
-}
-
-void SslContext::detach()
-{
-    if (SSL_CTX* context = get())
-        SessionCache::detach(context);
 }
 
 } // namespace vela

@@ -99,7 +99,7 @@ public:
 private:
     Q_DISABLE_COPY(TlsEngine)
 
-    QString makeConnection(Role role, const SessionOrigin& origin);
+    QString makeConnection(const ContextLock& lock, Role role, const SessionOrigin& origin);
     QString joinBuffers(Role role);
 
     SslHandle m_ssl;

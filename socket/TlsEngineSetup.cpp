@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // How a TlsEngine gets its connection: from a host's settings and the context that all share.
 
-#include "socket/AuthorityFiles.h"
 #include "socket/GroupLimit.h"
-#include "socket/IdentityFiles.h"
 #include "socket/SslContext.h"
 #include "socket/TlsEngine.h"
 #include "support/EngineFileName.h"
@@ -14,16 +12,15 @@
 
 #include <QtCore/QFile>
 
-#include <mutex>
 #include <utility>
 
 namespace vela {
 
 namespace {
 
-QString applyCipherList(const QString& ciphers)
+QString applyCipherList(const ContextLock& lock, const QString& ciphers)
 {
-    if (ciphers.isEmpty() || SslContext::setCipherList(ciphers.toLatin1()))
+    if (ciphers.isEmpty() || SslContext::shared().setCipherList(lock, ciphers.toLatin1()))
         return QString();
     return SslSocket::tr("Invalid or empty cipher list, %1").arg(takeOpenSslError());
 }
@@ -37,12 +34,13 @@ QString checkIdentity(const TlsSettings& settings)
     return QString();
 }
 
-QString loadIdentity(SSL_CTX* context, const TlsSettings& settings)
+QString loadIdentity(const ContextLock& lock, const TlsSettings& settings)
 {
+    SslContext& context = SslContext::shared();
     const QByteArray certificate = engineFileName(settings.pathToCertificate);
     const QByteArray key = engineFileName(settings.pathToPrivateKey);
-    AuthorityFiles::loadDefaults(context);
-    const IdentityFiles::Errors errors = IdentityFiles::load(context, certificate, key);
+    context.authorities().loadDefaults(lock);
+    const IdentityFiles::Errors errors = context.identity().load(lock, certificate, key);
     if (!errors.certificate.isNull())
         return SslSocket::tr("Error loading certificate, %1").arg(errors.certificate);
     if (!errors.key.isNull())
@@ -52,14 +50,14 @@ QString loadIdentity(SSL_CTX* context, const TlsSettings& settings)
     return QString();
 }
 
-QString loadAuthorities(SSL_CTX* context, const TlsSettings& settings)
+QString loadAuthorities(const ContextLock& lock, const TlsSettings& settings)
 {
     if (settings.pathToCACertFile.isEmpty() && settings.pathToCACertDir.isEmpty())
         return QString();
     const QByteArray file = engineFileName(settings.pathToCACertFile);
     // In directories, OpenSSL looks for files by the means of the C library.
     const QByteArray directory = QFile::encodeName(settings.pathToCACertDir);
-    if (AuthorityFiles::load(context, file, directory))
+    if (SslContext::shared().authorities().load(lock, file, directory))
         return QString();
     return SslSocket::tr("Failed to load the list of trusted CAs: %1").arg(takeOpenSslError());
 }
@@ -70,9 +68,7 @@ QString TlsEngine::begin(Role role, const TlsSettings& settings, const SessionOr
 {
     release();
     clearOpenSslErrors();
-    SslContext::create();
-    SSL_CTX* context = SslContext::get();
-    if (!context)
+    if (!SslContext::create())
         return QStringLiteral("Error creating SSL context, %1").arg(takeOpenSslError());
     const bool server = role == Role::Server;
     QString error = server ? checkIdentity(settings) : QString();
@@ -81,24 +77,24 @@ QString TlsEngine::begin(Role role, const TlsSettings& settings, const SessionOr
 
     // Held over all steps, so that the connection gets these settings and not those that another
     // thread loads in between.
-    const std::lock_guard<RecursiveMutex> lock(SslContext::mutex());
-    error = applyCipherList(settings.ciphers);
+    const ContextLock lock = SslContext::shared().lock();
+    error = applyCipherList(lock, settings.ciphers);
     if (error.isNull() && server)
-        error = loadIdentity(context, settings);
+        error = loadIdentity(lock, settings);
     if (error.isNull())
-        error = loadAuthorities(context, settings);
-    return error.isNull() ? makeConnection(role, origin) : error;
+        error = loadAuthorities(lock, settings);
+    return error.isNull() ? makeConnection(lock, role, origin) : error;
 }
 
-QString TlsEngine::makeConnection(Role role, const SessionOrigin& origin)
+QString TlsEngine::makeConnection(const ContextLock& lock, Role role, const SessionOrigin& origin)
 {
-    m_ssl.reset(SslContext::newConnection());
+    m_ssl.reset(SslContext::shared().newConnection(lock));
     if (!m_ssl)
         return SslSocket::tr("Error creating SSL session, %1").arg(takeOpenSslError());
     SSL_clear(m_ssl.get());
     // A server has no use for a session of the pool's, which would make the reference engine speak
     // the version that it was made with.
-    if (!m_session.begin(m_ssl.get(), origin, role != Role::Server))
+    if (!m_session.begin(lock, m_ssl.get(), origin, role != Role::Server))
         return SslSocket::tr("Error setting pooled SSL session");
     return joinBuffers(role);
 }

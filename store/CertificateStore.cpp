@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "store/CertificateStore.h"
+#include <Ferrule/CertificateStore.h>
 
 #include "store/ChainIndex.h"
-#include "support/RecursiveMutex.h"
+
+#include <Ferrule/RecursiveMutex.h>
 
 #include <algorithm>
 #include <mutex>

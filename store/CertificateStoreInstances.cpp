@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "store/CertificateStore.h"
-
-#include "store/WinCertStore.h"
+#include <Ferrule/CertificateStore.h>
+#include <Ferrule/WinCertStore.h>
 
 namespace vela {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "store/GenericCertStore.h"
+#include <Ferrule/GenericCertStore.h>
 
 #include <QtCore/QFile>
 #include <QtCore/QStringList>

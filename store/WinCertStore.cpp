@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "store/WinCertStore.h"
+#include <Ferrule/WinCertStore.h>
 
 #include "store/platform/TrustPlatform.h"
 #include "support/Connect.h"

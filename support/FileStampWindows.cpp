@@ -3,6 +3,8 @@
 
 #include <windows.h>
 
+#include <system_error>
+
 namespace vela {
 
 namespace {
@@ -31,17 +33,28 @@ private:
     HANDLE m_handle;
 };
 
+std::uint64_t joined(DWORD high, DWORD low)
+{
+    return std::uint64_t(high) << 32 | low;
+}
+
 } // namespace
 
 FileStamp FileStamp::of(const std::filesystem::path& file)
 {
+    FileStamp stamp;
+    // Known even of a file that does not let itself be opened.
+    std::error_code error;
+    const std::uintmax_t size = std::filesystem::file_size(file, error);
+    stamp.size = error ? 0 : size; // Of a directory there is none.
     const OpenFile open(file);
     BY_HANDLE_FILE_INFORMATION identity = {};
     if (!GetFileInformationByHandle(open.handle(), &identity))
-        return {};
-    FileStamp stamp;
+        return stamp;
     stamp.volume = identity.dwVolumeSerialNumber;
-    stamp.number = std::uint64_t(identity.nFileIndexHigh) << 32 | identity.nFileIndexLow;
+    stamp.number = joined(identity.nFileIndexHigh, identity.nFileIndexLow);
+    stamp.modified = static_cast<std::int64_t>(
+        joined(identity.ftLastWriteTime.dwHighDateTime, identity.ftLastWriteTime.dwLowDateTime));
     FILE_BASIC_INFO times = {};
     if (GetFileInformationByHandleEx(open.handle(), FileBasicInfo, &times, sizeof times))
         stamp.changed = times.ChangeTime.QuadPart;

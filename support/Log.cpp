@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "support/Log.h"
+#include <Ferrule/Log.h>
 
 #include <algorithm>
 #include <iterator>

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "support/LogFailure.h"
 
-#include "support/Log.h"
 #include "support/TextConversion.h"
+
+#include <Ferrule/Log.h>
 
 #include <ostream>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "support/RecursiveMutex.h"
+#include <Ferrule/RecursiveMutex.h>
 
 #include "support/ThreadAnnotations.h"
 

@@ -13,7 +13,7 @@
 #    include "store/platform/CryptoApiDeclarations.h"
 #endif
 
-#include "store/platform/CryptoHandles.h"
+#include <Ferrule/CryptoHandles.h>
 
 #include <type_traits>
 

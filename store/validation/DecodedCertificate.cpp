@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "store/validation/DecodedCertificate.h"
 
-#include "cert/OpenSslErrorMark.h"
+#include "cert/CertificateCoding.h"
 #include "store/validation/CertificatePool.h"
 #include "store/validation/SignatureAlgorithm.h"
 #include "support/OpenSslCompat.h"
+#include "support/OpenSslErrorMark.h"
 
 #include <QtCore/QCryptographicHash>
 
@@ -54,7 +55,7 @@ X509Handle decode(const QByteArray& der)
 {
     const auto* const begin = reinterpret_cast<const unsigned char*>(der.constData());
     const unsigned char* cursor = begin;
-    X509Handle x509(d2i_X509(nullptr, &cursor, der.size()));
+    X509Handle x509 = readDerCertificate(&cursor, der.size());
     if (!x509 || cursor != begin + der.size())
         return nullptr;
     // Lets the engine read what it keeps beside the certificate before other threads see it.

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "store/validation/PathPolicies.h"
 
-#include "cert/OpenSslErrorMark.h"
 #include "support/OpenSslCompat.h"
+#include "support/OpenSslErrorMark.h"
 
 #include <openssl/x509v3.h>
 

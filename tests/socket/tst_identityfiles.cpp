@@ -58,8 +58,9 @@ private Q_SLOTS:
 private:
     IdentityFiles::Errors load() const
     {
-        return IdentityFiles::load(vela::SslContext::get(), vela::engineFileName(m_certificate),
-                                   vela::engineFileName(m_key));
+        vela::SslContext& context = vela::SslContext::shared();
+        return context.identity().load(context.lock(), vela::engineFileName(m_certificate),
+                                       vela::engineFileName(m_key));
     }
     bool loads() const
     {

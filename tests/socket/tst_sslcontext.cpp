@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Whose the cipher lists are: the shared context's, or a connection's own.
-#include "socket/AuthorityFiles.h"
 #include "socket/AuthorityReader.h"
 #include "socket/SslContext.h"
 #include "support/OpenSslCompat.h"
@@ -9,8 +8,11 @@
 
 #include <QtTest/QtTest>
 
-using vela::AuthorityFiles;
+#include <type_traits>
+
 using vela::AuthorityReader;
+using vela::ContextLock;
+using vela::RecursiveMutex;
 using vela::SslContext;
 using vela::SslHandle;
 
@@ -18,6 +20,13 @@ namespace {
 
 const QByteArray FIRST = QByteArrayLiteral("AES256-GCM-SHA384");
 const QByteArray SECOND = QByteArrayLiteral("AES128-GCM-SHA256");
+
+SslContext& context = SslContext::shared();
+
+// Nobody but the context makes its lock.
+static_assert(!std::is_default_constructible_v<ContextLock>);
+static_assert(!std::is_copy_constructible_v<ContextLock>);
+static_assert(!std::is_constructible_v<ContextLock, RecursiveMutex&, std::atomic<SSL_CTX*>&>);
 
 //! The ciphers that the protocol versions with lists choose from; TLS 1.3 has suites of its own.
 QList<QByteArray> namesOf(STACK_OF(SSL_CIPHER) * ciphers)
@@ -40,7 +49,7 @@ QList<QByteArray> ciphersOfContext()
 
 QList<QByteArray> ciphersOfNewConnection()
 {
-    const SslHandle ssl(SslContext::newConnection());
+    const SslHandle ssl(context.newConnection(context.lock()));
     return namesOf(SSL_get_ciphers(ssl.get()));
 }
 
@@ -63,14 +72,14 @@ void SslContextTest::unknownListChangesNothing()
 {
     const QList<QByteArray> own = ciphersOfContext();
     QVERIFY(own.size() > 1);
-    QVERIFY(!SslContext::setCipherList("no such cipher"));
+    QVERIFY(!context.setCipherList(context.lock(), "no such cipher"));
     QCOMPARE(ciphersOfContext(), own);
 }
 
 void SslContextTest::listsAreTheContextsBeforeTheFirstConnection()
 {
     for (const QByteArray& list : {SECOND, FIRST}) {
-        QVERIFY(SslContext::setCipherList(list));
+        QVERIFY(context.setCipherList(context.lock(), list));
         QCOMPARE(ciphersOfContext(), QList<QByteArray>{list});
     }
     QCOMPARE(ciphersOfNewConnection(), QList<QByteArray>{FIRST});
@@ -78,16 +87,16 @@ void SslContextTest::listsAreTheContextsBeforeTheFirstConnection()
 
 void SslContextTest::laterListsAreTheConnectionsOwn()
 {
-    QVERIFY(SslContext::setCipherList(SECOND));
+    QVERIFY(context.setCipherList(context.lock(), SECOND));
     QCOMPARE(ciphersOfContext(), QList<QByteArray>{FIRST});
     QCOMPARE(ciphersOfNewConnection(), QList<QByteArray>{SECOND});
-    QVERIFY(!SslContext::setCipherList("no such cipher"));
+    QVERIFY(!context.setCipherList(context.lock(), "no such cipher"));
     QCOMPARE(ciphersOfNewConnection(), QList<QByteArray>{SECOND});
 }
 
 void SslContextTest::contextsListComesBackIntoForce()
 {
-    QVERIFY(SslContext::setCipherList(FIRST));
+    QVERIFY(context.setCipherList(context.lock(), FIRST));
     QCOMPARE(ciphersOfNewConnection(), QList<QByteArray>{FIRST});
 }
 
@@ -97,8 +106,8 @@ void SslContextTest::newDirectoriesDoNotChangeTheStoreOfConnections()
     const auto store = [] { return SSL_CTX_get_cert_store(SslContext::get()); };
     const auto count = [&] { return sk_X509_OBJECT_num(X509_STORE_get0_objects(store())); };
     const auto load = [](const QString& file, const QString& directory) {
-        return AuthorityFiles::load(SslContext::get(), QFile::encodeName(file),
-                                    QFile::encodeName(directory));
+        return context.authorities().load(context.lock(), QFile::encodeName(file),
+                                          QFile::encodeName(directory));
     };
     const test::Authority authority;
     const test::PemDirectory first;
@@ -107,17 +116,17 @@ void SslContextTest::newDirectoriesDoNotChangeTheStoreOfConnections()
     QCOMPARE(count(), 1);
     QVERIFY(load(QString(), first.path()));
     X509_STORE* const before = store();
-    const SslHandle connection(SslContext::newConnection());
-    const quint64 generation = AuthorityFiles::generation();
+    const SslHandle connection(context.newConnection(context.lock()));
+    const quint64 generation = context.authorities().generation(context.lock());
 
     QVERIFY(load(authority.caFile, first.path()));
     QCOMPARE(store(), before);
-    QCOMPARE(AuthorityFiles::generation(), generation);
+    QCOMPARE(context.authorities().generation(context.lock()), generation);
 
     QVERIFY(load(QString(), second.path()));
     QCOMPARE(store() == before, AuthorityReader::takesDirectoriesInUse());
     QCOMPARE(count(), 1);
-    QVERIFY(AuthorityFiles::generation() > generation);
+    QVERIFY(context.authorities().generation(context.lock()) > generation);
 
     // A directory from before is still looked at.
     const test::Authority late(QStringLiteral("Late authority"));

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "store/platform/linux/roots/RootCache.h"
 
-#include "cert/OpenSslErrorMark.h"
+#include "cert/CertificateCoding.h"
 #include "store/platform/linux/roots/RegularFile.h"
 #include "store/platform/linux/roots/RootReport.h"
-#include "support/PassPhrase.h"
+#include "support/OpenSslErrorMark.h"
 
 #include <openssl/err.h>
 #include <openssl/pem.h>
@@ -18,22 +18,12 @@ namespace {
 //! More than any bundle has; keeps a wrong name in the environment from filling the memory.
 constexpr int MAX_FILE_SIZE = 64 * 1024 * 1024;
 
-QByteArray encode(X509* x509)
-{
-    unsigned char* encoded = nullptr;
-    const int length = i2d_X509(x509, &encoded);
-    const QByteArray der(reinterpret_cast<const char*>(encoded), qMax(length, 0));
-    OPENSSL_free(encoded);
-    return der;
-}
-
 //! Returns the next certificate; empty for a damaged block, and nothing at the end.
 std::optional<QByteArray> readNext(BIO* bio)
 {
     const OpenSslErrorMark mark;
-    const X509Handle x509(PEM_read_bio_X509(bio, nullptr, refusePassPhrase, nullptr));
-    if (x509)
-        return encode(x509.get());
+    if (const X509Handle x509 = readPemCertificate(bio))
+        return derOf(x509.get());
     if (ERR_GET_REASON(ERR_peek_last_error()) == PEM_R_NO_START_LINE)
         return std::nullopt;
     return QByteArray();
@@ -49,7 +39,7 @@ struct BlockCount
 BlockCount readCertificates(const QByteArray& pem, CertificateIndex* certificates)
 {
     BlockCount count;
-    const BioHandle bio(BIO_new_mem_buf(const_cast<char*>(pem.constData()), pem.size()));
+    const BioHandle bio = openMemory(pem.constData(), pem.size());
     if (!bio)
         return count;
     while (const std::optional<QByteArray> der = readNext(bio.get())) {
@@ -80,8 +70,8 @@ RootSetPtr readRoots(const RootLocations& locations, const RootFiles& files, Roo
     const auto roots = std::make_shared<RootSet>();
     roots->locations = locations;
     roots->files = files;
-    for (const FileStamp& stamp : files)
-        readFile(stamp.path, roots.get(), report);
+    for (const RootFile& file : files)
+        readFile(file.path, roots.get(), report);
     locations.reportMissing(report);
     return roots;
 }

@@ -2,6 +2,7 @@
 #include "store/platform/linux/roots/RootLocations.h"
 
 #include "store/platform/linux/roots/RootReport.h"
+#include "support/FileStampUnix.h"
 
 #include <QtCore/QByteArray>
 #include <QtCore/QFile>
@@ -47,12 +48,12 @@ std::optional<struct stat> statusOf(const std::string& path)
     return status;
 }
 
-std::optional<FileStamp> regularFile(const std::string& path)
+std::optional<RootFile> regularFile(const std::string& path)
 {
     const auto status = statusOf(path);
     if (!status || !S_ISREG(status->st_mode) || status->st_size == 0)
         return std::nullopt;
-    return FileStamp(path, *status);
+    return RootFile{path, stampOf(*status)};
 }
 
 std::vector<std::string> sortedEntries(const std::string& directory)
@@ -95,7 +96,7 @@ void appendUserFiles(const std::string& directory, RootFiles* files)
     for (const std::string& path : userFiles(directory)) {
         const auto fileStatus = statusOf(path);
         if (fileStatus && S_ISREG(fileStatus->st_mode) && isOutOfOthersReach(*fileStatus))
-            files->push_back(FileStamp(path, *fileStatus));
+            files->push_back({path, stampOf(*fileStatus)});
     }
 }
 
@@ -229,7 +230,7 @@ std::vector<std::string> RootLocations::userSubdirectories()
 RootFiles RootLocations::files() const
 {
     RootFiles files = list();
-    const auto isNew = [](const FileStamp& stamp) { return stamp.isOfThisTick(); };
+    const auto isNew = [](const RootFile& file) { return isOfThisTick(file.stamp); };
     for (int i = 0; i < MAX_TICK && std::any_of(files.begin(), files.end(), isNew); ++i) {
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
         files = list();
@@ -314,7 +315,7 @@ std::set<std::string> RootLocations::watchedDirectories() const
         addWatchesFor(path, &directories);
     if (!m_userDirectory.empty())
         addWatchesFor(m_userDirectory, &directories);
-    for (const FileStamp& file : files())
+    for (const RootFile& file : files())
         addWatchesFor(file.path, &directories);
     return directories;
 }

@@ -2,7 +2,7 @@
 #ifndef FERRULE_ROOTLOCATIONS_H
 #define FERRULE_ROOTLOCATIONS_H
 
-#include "store/platform/linux/roots/FileStamp.h"
+#include "support/FileStamp.h"
 
 #include <set>
 #include <string>
@@ -12,8 +12,20 @@ namespace vela {
 
 class RootReport;
 
-/*! The files that hold the roots, in the order in which they are read. */
-using RootFiles = std::vector<FileStamp>;
+/*! A file that holds roots, and its state. */
+struct RootFile
+{
+    std::string path;
+    FileStamp stamp;
+
+    friend bool operator==(const RootFile& a, const RootFile& b)
+    {
+        return a.path == b.path && a.stamp == b.stamp;
+    }
+};
+
+/*! In the order in which they are read. */
+using RootFiles = std::vector<RootFile>;
 
 /*!
     Where this system keeps its trusted roots. A value: it does not follow later changes of the

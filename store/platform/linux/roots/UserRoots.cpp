@@ -1,29 +1,14 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "store/platform/linux/roots/UserRoots.h"
 
+#include "cert/CertificateCoding.h"
 #include "store/platform/linux/roots/PrivateDirectory.h"
 #include "store/platform/linux/roots/RootLocations.h"
 #include "store/validation/DecodedCertificate.h"
 
 #include <QtCore/QCryptographicHash>
 
-#include <openssl/pem.h>
-
 namespace vela {
-
-namespace {
-
-QByteArray encodePem(const DecodedCertificate& certificate)
-{
-    const BioHandle bio(BIO_new(BIO_s_mem()));
-    if (!bio || PEM_write_bio_X509(bio.get(), certificate.x509()) != 1)
-        return QByteArray();
-    char* data = nullptr;
-    const long size = BIO_get_mem_data(bio.get(), &data);
-    return QByteArray(data, static_cast<int>(size));
-}
-
-} // namespace
 
 DWORD addUserRoot(const QByteArray& der)
 {
@@ -38,7 +23,7 @@ DWORD addUserRoot(const QByteArray& der)
         return ERROR_ACCESS_DENIED;
     const QByteArray digest = QCryptographicHash::hash(der, QCryptographicHash::Sha256).toHex();
     const std::string name = digest.toStdString() + USER_ROOT_SUFFIX;
-    const QByteArray pem = encodePem(*certificate);
+    const QByteArray pem = pemOf(certificate->x509());
     if (directory.holds(name, pem) || directory.replace(name, pem))
         return ERROR_SUCCESS;
     return ERROR_WRITE_FAULT;

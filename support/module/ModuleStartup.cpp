@@ -10,7 +10,7 @@
 #include "socket/SessionPool.h"
 #include "socket/SslContext.h"
 #include "support/OpenSslLocking.h"
-#include "support/ResourceTree.h"
+#include "support/module/ResourceTree.h"
 
 #include <Ferrule/CertificateStore.h>
 #include <Ferrule/SslCertificate.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "support/ResourceTree.h"
+#include "support/module/ResourceTree.h"
 
 QT_BEGIN_NAMESPACE
 // Qt exports these for the code that its resource compiler writes; no header declares them.
