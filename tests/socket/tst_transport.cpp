@@ -280,6 +280,8 @@ void TransportTest::socketsOutliveTheFrameInTheirSignals()
         const TransportSignal handling(m_transport->signalCount());
         if (letGo)
             m_transport->release();
+        else
+            m_near->disconnect(m_frame.get()); // As a frame does at its end.
         m_transport->dismissAll();
         deleteDeferred();
         QVERIFY(m_near);
