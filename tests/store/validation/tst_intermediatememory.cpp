@@ -119,8 +119,9 @@ void IntermediateMemoryTest::whatIsNoCertificateIsForgotten()
     using test::der::sequence;
     IntermediateMemory memory;
     // As far as its outline goes it is one.
-    const QByteArray none = sequence(sequence(QByteArray("\5\0", 2).repeated(5) + sequence({}))
-                                     + sequence({}) + test::der::bits({}));
+    const QByteArray none =
+        sequence(sequence(QByteArray("\5\0", 2).repeated(5) + test::der::Certificate().key)
+                 + sequence({}) + test::der::bits({}));
     QVERIFY(show(memory, none));
     QCOMPARE(memory.count(), std::size_t(1));
     prepare(memory);
