@@ -10,18 +10,21 @@
 namespace vela {
 
 /*!
-    With whom a client made a session: the key under which it is pooled, and the server. They are
-    the same for a connection that the socket itself has made. Sockets that were handed a connection
-    have no key of their own, but each a server, and what one server said is no other's business.
+    With whom a client made a session: the key under which it is pooled, the server, and the name by
+    which that was asked for. Key and server are the same for a connection that the socket itself
+    has made. Sockets that were handed a connection have no key of their own, but each a server, and
+    what one server said is no other's business; nor is what it said under another name, which may
+    be that of another host.
 */
 struct SessionOrigin
 {
     QString key;
     QString server;
+    QByteArray serverName; //!< As toServerName() gives it.
 
     friend bool operator<(const SessionOrigin& a, const SessionOrigin& b)
     {
-        return std::tie(a.key, a.server) < std::tie(b.key, b.server);
+        return std::tie(a.key, a.server, a.serverName) < std::tie(b.key, b.server, b.serverName);
     }
 };
 

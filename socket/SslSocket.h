@@ -108,6 +108,9 @@ class SslSocketPrivate;
     - The certificate that server sockets have loaded is therefore offered to the servers that the
       process visits, and signs for it, when they ask for one. A host that does not want to be known
       to them by that name must run its server in another process.
+    - A client sends the host name that it connects to, in plain text, so that a server of many
+      names has the right certificate: whoever sees the packets can read it. setServerName() sends
+      another or none.
     - A client offers a session to the server that it was made with, by host name and port, and to
       nobody else: for 600 seconds, as long as the cipher list has its cipher, and not any more once
       the certificate of this process has changed or authorities were added that might change a bad
@@ -254,6 +257,38 @@ public:
     */
     QString pathToCACertDir() const;
     void setPathToCACertDir(const QString& path);
+    //! \}
+
+    //! \name The server's name
+    //! Servers that answer for several names choose their certificate by it.
+    //! \{
+
+    /*!
+        In mode Client, returns the name that the connection tells the server it wants; while none
+        is set up, the one that was set with setServerName(). In mode Server, returns the name that
+        the client has told, from its first message on. Empty when there is none.
+
+        The name is in ASCII ("xn--bcher-kva.example"), in lower case and without a dot at the end.
+        Only host names are ever sent or told: labels of letters, digits, hyphens and underscores.
+        A client tells a server whatever it likes: it proves nothing, not even that it has connected
+        to that name.
+    */
+    QString serverName() const;
+
+    /*!
+        Has client connections that are set up from now on ask for \a name instead of the host that
+        they connect to, or for none when it is empty, an address or no host name. International
+        names may be given as people write them. The verdict, hostNameMatched included, and errors
+        are about the host that was connected to, as ever. A session made under one name is not
+        offered under another.
+
+        Unless told otherwise a socket asks for the host that connectToHost() was given, also
+        through a proxy, and an adopted one for its inner socket's peerName().
+    */
+    void setServerName(const QString& name);
+
+    //! Has client connections ask for the host that they connect to again.
+    void resetServerName();
     //! \}
 
     //! \name The negotiated cipher

@@ -52,12 +52,23 @@ bool SslSocketPrivate::prepare()
 
 SessionOrigin SslSocketPrivate::sessionOrigin() const
 {
-    if (transport.isOwned() || !transport)
-        return {sessionKey, sessionKey};
+    if (!transport)
+        return {sessionKey, sessionKey, QByteArray()};
     const QString name = transport->peerName();
+    const QByteArray serverName = toServerName(settings.serverName.value_or(name));
+    if (transport.isOwned())
+        return {sessionKey, sessionKey, serverName};
     const QString server = name.isEmpty() ? transport->peerAddress().toString() : name;
     return {sessionKey,
-            QString::fromLatin1("%1:%2").arg(server, QString::number(transport->peerPort()))};
+            QString::fromLatin1("%1:%2").arg(server, QString::number(transport->peerPort())),
+            serverName};
+}
+
+QString SslSocketPrivate::serverName() const
+{
+    if (engine.connection())
+        return QString::fromLatin1(engine.serverName());
+    return QString::fromLatin1(toServerName(settings.serverName.value_or(QString())));
 }
 
 void SslSocketPrivate::copyEndpoint()

@@ -58,6 +58,8 @@ public:
     void reset();
     //! Makes the engine ready for a connection. Returns false when that failed and was reported.
     bool prepare();
+    //! As SslSocket::serverName().
+    QString serverName() const;
     //! Drops what the device has buffered of an earlier connection.
     void dropBufferedInput();
     /*!

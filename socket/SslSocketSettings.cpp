@@ -58,6 +58,21 @@ void SslSocket::setPathToCACertDir(const QString& path)
     d->settings.pathToCACertDir = path;
 }
 
+QString SslSocket::serverName() const
+{
+    return d->serverName();
+}
+
+void SslSocket::setServerName(const QString& name)
+{
+    d->settings.serverName = name;
+}
+
+void SslSocket::resetServerName()
+{
+    d->settings.serverName.reset();
+}
+
 QString SslSocket::printStatistics()
 {
     SSL_CTX* context = SslContext::get();

@@ -44,6 +44,7 @@ void TlsEngine::release()
     m_ssl.reset();
     m_input.reset();
     m_output.reset();
+    m_serverName.clear();
 }
 
 bool TlsEngine::feed(const char* data, int size)
@@ -61,6 +62,7 @@ TlsEngine::Outcome TlsEngine::step(Role role)
     const int result = server ? SSL_accept(ssl) : SSL_connect(ssl);
     if (result > 0) {
         m_session.handshakeCompleted();
+        m_serverName.handshakeCompleted();
         m_session.peer.begin(ssl);
         return {Result::Done};
     }

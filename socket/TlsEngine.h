@@ -3,6 +3,7 @@
 #define FERRULE_TLSENGINE_H
 
 #include "socket/ConnectionSession.h"
+#include "socket/ServerName.h"
 #include "socket/TlsSettings.h"
 #include "support/OpenSslHandles.h"
 
@@ -54,7 +55,7 @@ public:
 
     /*!
         Makes a new connection in the place of the one there is, and offers it a session of
-        \a origin. \a settings go to the context that all share. Returns what is to be reported of
+        \a origin, whose server name a client sends. \a settings go to the context that all share. Returns what is to be reported of
         a failure, in the host's language, or a null string.
     */
     QString begin(Role role, const TlsSettings& settings, const SessionOrigin& origin);
@@ -91,6 +92,8 @@ public:
     //! Returns true if something may be decrypted that was fed earlier.
     bool hasBufferedInput() const;
     bool hasGoodbye() const;
+    //! Returns the name that the client sends, or as a server, that it has sent.
+    const QByteArray& serverName() const { return m_serverName.name(); }
     //! Returns true if the handshake has resumed an earlier session; false before it is complete.
     bool isSessionReused() const;
     //! Returns the connection for questions that change nothing; null when there is none.
@@ -107,6 +110,7 @@ private:
     BioHandle m_input;
     BioHandle m_output;
     ConnectionSession m_session;
+    ServerName m_serverName;
 };
 
 } // namespace vela

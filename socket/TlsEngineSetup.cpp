@@ -92,6 +92,8 @@ QString TlsEngine::makeConnection(const ContextLock& lock, Role role, const Sess
     if (!m_ssl)
         return SslSocket::tr("Error creating SSL session, %1").arg(takeOpenSslError());
     SSL_clear(m_ssl.get());
+    if (!m_serverName.begin(m_ssl.get(), role == Role::Client ? origin.serverName : QByteArray()))
+        return SslSocket::tr("Error creating SSL session, %1").arg(takeOpenSslError());
     // A server has no use for a session of the pool's, which would make the reference engine speak
     // the version that it was made with.
     if (!m_session.begin(lock, m_ssl.get(), origin, role != Role::Server))

@@ -4,6 +4,8 @@
 
 #include <QtCore/QString>
 
+#include <optional>
+
 namespace vela {
 
 //! What a host has set for the connections that a socket is to make; see SslSocket.
@@ -15,6 +17,8 @@ struct TlsSettings
     QString pathToCACertFile;
     QString pathToCACertDir;
     QString ciphers;
+    //! Without a value, the name that the host connects to; empty for none.
+    std::optional<QString> serverName;
 };
 
 } // namespace vela

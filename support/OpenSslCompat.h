@@ -259,6 +259,13 @@ inline bool isDiffieHellmanKey(const EVP_PKEY* key)
 
 #endif
 
+//! What a callback for the extensions of TLS is shown, octet by octet.
+#if OPENSSL_VERSION_NUMBER < 0x10100000L
+using ExtensionOctet = unsigned char;
+#else
+using ExtensionOctet = const unsigned char;
+#endif
+
 using OpenSslLockingCallback = void (*)(int mode, int number, const char* file, int line);
 using OpenSslThreadIdCallback = unsigned long (*)();
 
