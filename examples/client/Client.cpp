@@ -68,6 +68,8 @@ void Client::connectToPeer()
     connect(m_socket.get(), &QAbstractSocket::errorOccurred, this, &Client::handleError);
     connect(m_socket.get(), &QAbstractSocket::stateChanged, this, &Client::limitClosing);
     connect(m_socket.get(), &QAbstractSocket::disconnected, this, &Client::handleDisconnection);
+    if (m_options.serverName)
+        m_socket->setServerName(*m_options.serverName);
     if (m_options.timeoutMsecs > 0)
         m_limit.start(m_options.timeoutMsecs);
     // The name goes to the proxy as it is, and proxies want addresses as URLs have them.

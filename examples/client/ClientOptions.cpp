@@ -4,6 +4,8 @@
 #include "common/CommandLineRun.h"
 #include "common/OptionValues.h"
 
+#include <Ferrule/SslSocket.h>
+
 #include <QtCore/QCommandLineParser>
 #include <QtCore/QCoreApplication>
 
@@ -75,6 +77,14 @@ struct CommandLine
         QStringLiteral("Offer only the ciphers of the OpenSSL cipher list <list>. The ciphers of "
                        "TLS 1.3 are not affected."),
         QStringLiteral("list")};
+    QCommandLineOption serverName{
+        QStringLiteral("server-name"),
+        QStringLiteral("Ask the server for the host <name> instead of HOST (SNI), as one does who "
+                       "connects to a virtual host by its address. Changes nothing else: the "
+                       "certificate is still held against HOST."),
+        QStringLiteral("name")};
+    QCommandLineOption noServerName{QStringLiteral("no-server-name"),
+                                    QStringLiteral("Ask the server for no name.")};
     QCommandLineOption store{QStringLiteral("store"),
                              QStringLiteral("Also let the store <store> judge the peer: %1.")
                                  .arg(storeNames().join(QStringLiteral(" or "))),
@@ -126,12 +136,13 @@ struct CommandLine
         parser.setApplicationDescription(QString::fromLatin1(DESCRIPTION));
         parser.addPositionalArgument(QStringLiteral("HOST:PORT"), QStringLiteral("The peer."),
                                      QStringLiteral("HOST:PORT"));
-        parser.addOptions({caFile, caDirectory, certificate, key, ciphers, store, proxy, repeat,
-                           timeout, closeAfterInput, requireOk, requireHostName, quiet, verbose,
-                           help});
+        parser.addOptions({caFile, caDirectory, certificate, key, ciphers, serverName, noServerName,
+                           store, proxy, repeat, timeout, closeAfterInput, requireOk,
+                           requireHostName, quiet, verbose, help});
     }
 
     QString read(ClientOptions& options);
+    QString readServerName(ClientOptions& options);
     QString readStore(ClientOptions& options);
     QString readNumbers(ClientOptions& options);
 };
@@ -160,10 +171,29 @@ QString CommandLine::read(ClientOptions& options)
     options.requireOk = parser.isSet(requireOk);
     options.requireHostName = parser.isSet(requireHostName);
     options.verbose = parser.isSet(verbose);
-    QString error = readStore(options);
+    QString error = readServerName(options);
+    if (error.isNull())
+        error = readStore(options);
     if (error.isNull() && parser.isSet(proxy))
         error = options.proxy.parse(parser.value(proxy));
     return error.isNull() ? readNumbers(options) : error;
+}
+
+QString CommandLine::readServerName(ClientOptions& options)
+{
+    if (parser.isSet(serverName) && parser.isSet(noServerName))
+        return QStringLiteral("--server-name and --no-server-name exclude each other");
+    if (parser.isSet(noServerName))
+        options.serverName = QString();
+    if (!parser.isSet(serverName))
+        return QString();
+    // The library sends nothing but host names.
+    vela::SslSocket socket(vela::SslSocket::Client);
+    socket.setServerName(parser.value(serverName));
+    if (socket.serverName().isEmpty())
+        return QStringLiteral("--server-name \"%1\" is no host name").arg(parser.value(serverName));
+    options.serverName = parser.value(serverName);
+    return QString();
 }
 
 QString CommandLine::readStore(ClientOptions& options)

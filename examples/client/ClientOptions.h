@@ -7,6 +7,8 @@
 
 #include <QtCore/QStringList>
 
+#include <optional>
+
 //! The statuses with which ferrule-client ends; ClientOptions::parse() explains them to users.
 enum ExitStatus {
     ExitOk = 0,
@@ -34,6 +36,7 @@ struct ClientOptions
     Endpoint peer;
     ProxyOption proxy;
     TlsSettings tls;
+    std::optional<QString> serverName; //!< Empty for none; without a value, that of the peer.
     int connections = 1;
     int timeoutMsecs = 0;          //!< 0 for no limit.
     int closeAfterInputMsecs = -1; //!< -1 to wait for the peer's close.

@@ -19,7 +19,9 @@ QString peerDescription(const vela::SslSocket& socket, const QString& descriptio
 QString peerReport(const vela::SslSocket& socket, vela::CertVerify verdict, bool hostNameMatched,
                    const QString& description)
 {
+    const QString asked = socket.serverName();
     QStringList rows = {
+        reportRow("asked for", asked.isEmpty() ? QStringLiteral("no name") : asked),
         reportRow("verdict", verdictName(verdict)),
         reportRow("host name",
                   hostNameMatched ? QStringLiteral("agrees") : QStringLiteral("differs")),

@@ -133,8 +133,11 @@ void Connection::end(const QString& reason)
     m_ended = true;
     m_limit.stop();
     const QString cipher = m_socket.getCipherName();
+    const QString name = m_socket.serverName();
+    const QString client =
+        name.isEmpty() ? m_client : QStringLiteral("%1 for %2").arg(m_client, name);
     console::print(QStringLiteral("%1 %2 %3 in %4 out %5: %6")
-                       .arg(m_client, cipher.isEmpty() ? QStringLiteral("-") : cipher,
+                       .arg(client, cipher.isEmpty() ? QStringLiteral("-") : cipher,
                             m_established ? (m_socket.isSessionReused() ? QStringLiteral("reused")
                                                                         : QStringLiteral("new"))
                                           : QStringLiteral("-"),

@@ -104,6 +104,13 @@ void tst_FerruleClient::wrongCommandLine_data()
         << QStringList{QStringLiteral("--ciphers="), QStringLiteral("a:1")};
     QTest::newRow("certificate alone") << words("--cert x.pem localhost:1");
     QTest::newRow("key alone") << words("--key x.pem localhost:1");
+    QTest::newRow("server name with a blank") << QStringList{
+        QStringLiteral("--server-name"), QStringLiteral("a b"), QStringLiteral("localhost:1")};
+    QTest::newRow("server name is an address") << words("--server-name 127.0.0.1 localhost:1");
+    QTest::newRow("empty server name")
+        << QStringList{QStringLiteral("--server-name="), QStringLiteral("localhost:1")};
+    QTest::newRow("server name and none")
+        << words("--server-name a.example --no-server-name localhost:1");
     QTest::newRow("unknown store") << words("--store generic localhost:1");
     QTest::newRow("empty store") << QStringList{QStringLiteral("--store="), QStringLiteral("a:1")};
     QTest::newRow("repeat 0") << words("--repeat 0 localhost:1");

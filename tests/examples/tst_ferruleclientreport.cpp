@@ -31,6 +31,8 @@ class tst_FerruleClientReport : public QObject
 private Q_SLOTS:
     void reportTellsWhatTheCertificateSays_data();
     void reportTellsWhatTheCertificateSays();
+    void serverIsAskedByName_data();
+    void serverIsAskedByName();
     void controlCharactersOfThePeerAreShownAsText();
     void quietReportsNothing();
     void verboseShowsTheSessionNotes();
@@ -110,6 +112,41 @@ void tst_FerruleClientReport::reportTellsWhatTheCertificateSays()
                                           "bits\n             \\S+ .*Mac=\\S+\n"))
             .match(QString::fromLatin1(client.errors()))
             .hasMatch());
+}
+
+void tst_FerruleClientReport::serverIsAskedByName_data()
+{
+    QTest::addColumn<QString>("host");
+    QTest::addColumn<QStringList>("options");
+    QTest::addColumn<QByteArray>("name");
+    const QString name = QStringLiteral("localhost");
+    const QString address = QStringLiteral("127.0.0.1");
+    QTest::newRow("host") << name << QStringList() << QByteArray("localhost");
+    QTest::newRow("address") << address << QStringList() << QByteArray();
+    QTest::newRow("another") << address << words("--server-name WWW.example")
+                             << QByteArray("www.example");
+    QTest::newRow("none") << name << words("--no-server-name") << QByteArray();
+}
+
+void tst_FerruleClientReport::serverIsAskedByName()
+{
+    QFETCH(QString, host);
+    QFETCH(QStringList, options);
+    QFETCH(QByteArray, name);
+    ServerProgram server(m_authority);
+    ClientProgram client(server.port(), words("--close-after-input 0") + options, host);
+    client.start();
+    QCOMPARE(client.finishInput(), 0);
+    const QByteArray row = "asked for    " + (name.isEmpty() ? "no name" : name) + '\n';
+    QVERIFY2(client.errors().contains(row), client.errors().constData());
+    QCOMPARE(server.stop(), 0);
+    const QByteArray line = server.output().trimmed().split('\n').last();
+    const QByteArray told = name.isEmpty() ? QByteArray(" ") : " for " + name + ' ';
+    QVERIFY2(QRegularExpression(QStringLiteral("^127\\.0\\.0\\.1:\\d+%1[A-Z0-9_-]+ new in ")
+                                    .arg(QString::fromLatin1(told)))
+                 .match(QString::fromLatin1(line))
+                 .hasMatch(),
+             line.constData());
 }
 
 void tst_FerruleClientReport::controlCharactersOfThePeerAreShownAsText()

@@ -91,19 +91,23 @@ void SessionPoolTest::sessionsOfOneServerAreNotHandedOutForAnother_data()
 {
     QTest::addColumn<QString>("key");
     QTest::addColumn<QString>("server");
-    QTest::newRow("of another key") << QStringLiteral("example.org:444") << SERVER.server;
-    QTest::newRow("of another server") << SERVER.key << QStringLiteral("example.org:444");
-    QTest::newRow("without a key") << QString() << SERVER.server;
+    QTest::addColumn<QByteArray>("name");
+    const QString other = QStringLiteral("example.org:444");
+    QTest::newRow("of another key") << other << SERVER.server << QByteArray();
+    QTest::newRow("of another server") << SERVER.key << other << QByteArray();
+    QTest::newRow("without a key") << QString() << SERVER.server << QByteArray();
+    QTest::newRow("of another name") << SERVER.key << SERVER.server << QByteArray("example.net");
 }
 
 void SessionPoolTest::sessionsOfOneServerAreNotHandedOutForAnother()
 {
     QFETCH(QString, key);
     QFETCH(QString, server);
+    QFETCH(QByteArray, name);
     SessionPool pool;
     const SessionHandle session = makeSession();
     pool.add(SERVER, pooled(session));
-    QVERIFY(!next(pool, {key, server}));
+    QVERIFY(!next(pool, {key, server, name}));
     QCOMPARE(next(pool), session.get());
 }
 
