@@ -144,6 +144,12 @@ say "The same server under a name that its certificate does not have"
 run /dev/null "$work/echo" 7 localhost --ca-file "$work/ca.pem" --require-host-name
 expect "$work/report" "$judgement" 'verdict      OK' 'host name    differs' 'Caution'
 
+say "The same by its address, asked for as the virtual host www.demo.example"
+run /dev/null "$work/echo" 0 127.0.0.1 --ca-file "$work/ca.pem" --require-ok \
+    --server-name www.demo.example --close-after-input 0
+expect "$work/report" '^\(asked for\|verdict\|host name\)' 'asked for    www.demo.example'
+expect "$work/server.log" ' for ' ' for localhost ' ' for www.demo.example '
+
 say "A client that does not know the authority"
 run /dev/null "$work/echo" 6 127.0.0.1 --require-ok
 expect "$work/report" "$judgement" 'verdict      failed'
