@@ -134,6 +134,10 @@ void SslCertificate::readPublicKey()
     OBJ_obj2txt(algorithm, sizeof algorithm, object, 0);
     m_cipher.authentication = QString::fromLatin1(algorithm);
 
+    // No other key is decoded: on a curve that a certificate describes itself, the reference engine
+    // can compute for ever.
+    if (EVP_PKEY_type(OBJ_obj2nid(object)) != EVP_PKEY_RSA)
+        return;
     const EvpPkeyHandle key(X509_get_pubkey(m_x509));
     if (key && EVP_PKEY_base_id(key.get()) == EVP_PKEY_RSA)
         m_cipher.authenticationBits = 8 * EVP_PKEY_size(key.get());

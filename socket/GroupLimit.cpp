@@ -1,8 +1,13 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "socket/GroupLimit.h"
 
+#include "cert/CertificateOutline.h"
 #include "support/OpenSslCompat.h"
 #include "support/OpenSslHandles.h"
+
+#include <QtCore/QByteArray>
+
+#include <optional>
 
 namespace vela {
 
@@ -39,23 +44,71 @@ bool hasHugeGroup(const SSL* ssl)
     return key && isDiffieHellmanKey(key.get()) && EVP_PKEY_bits(key.get()) > MOST_BITS;
 }
 
+//! Takes a length of 24 bits and that many octets off \a rest; nothing when there are fewer.
+std::optional<QByteArray> takeSized(QByteArray* rest)
+{
+    constexpr int OCTETS = 3;
+    if (rest->size() < OCTETS)
+        return std::nullopt;
+    const auto octet = [rest](int i) { return static_cast<unsigned char>(rest->at(i)); };
+    const int size = octet(0) << 16 | octet(1) << 8 | octet(2);
+    if (size > rest->size() - OCTETS)
+        return std::nullopt;
+    const QByteArray taken = rest->mid(OCTETS, size);
+    *rest = rest->mid(OCTETS + size);
+    return taken;
+}
+
+/*
+    Returns true if a certificate in \a list has a key on a curve that it describes itself, as no
+    authority issues any, or hides what kind of key it has.
+*/
+bool hasStrangeCurve(const unsigned char* list, std::size_t size)
+{
+    QByteArray rest = QByteArray::fromRawData(reinterpret_cast<const char*>(list), int(size));
+    std::optional<QByteArray> certificates = takeSized(&rest);
+    while (certificates && !certificates->isEmpty()) {
+        const std::optional<QByteArray> der = takeSized(&*certificates);
+        if (!der)
+            return false; // The engine refuses this.
+        const auto outline = CertificateOutline::of(*der);
+        if (!outline || outline->hasCurveParameters)
+            return true;
+    }
+    return false;
+}
+
 /*
     The group is the first thing in the server's parameters. Where they are of another kind, what
     stands there is a number that may not be as large either, or a curve, which cannot be taken for
     more than 768 octets.
 */
+bool isTooLarge(const SSL* ssl, const unsigned char* message, std::size_t size)
+{
+    switch (message[0]) {
+    case SSL3_MT_SERVER_KEY_EXCHANGE:
+        return bitsOfFirstNumber(message + MESSAGE_HEADER, size - MESSAGE_HEADER) > MOST_BITS;
+    case SSL3_MT_SERVER_DONE: // Or it stands in the certificate.
+        return hasHugeGroup(ssl);
+    default:
+        return false;
+    }
+}
+
 bool isAcceptable(const SSL* ssl, const unsigned char* message, std::size_t size)
 {
     if (size < MESSAGE_HEADER)
         return true;
-    switch (message[0]) {
-    case SSL3_MT_SERVER_KEY_EXCHANGE:
-        return bitsOfFirstNumber(message + MESSAGE_HEADER, size - MESSAGE_HEADER) <= MOST_BITS;
-    case SSL3_MT_SERVER_DONE: // Or it stands in the certificate.
-        return !hasHugeGroup(ssl);
-    default:
-        return true;
+    if (message[0] == SSL3_MT_CERTIFICATE
+        && hasStrangeCurve(message + MESSAGE_HEADER, size - MESSAGE_HEADER)) {
+        ECerr(EC_F_EC_GROUP_NEW_BY_CURVE_NAME, EC_R_UNKNOWN_GROUP);
+        return false;
     }
+    if (isTooLarge(ssl, message, size)) {
+        DHerr(DH_F_COMPUTE_KEY, DH_R_MODULUS_TOO_LARGE);
+        return false;
+    }
+    return true;
 }
 
 } // namespace

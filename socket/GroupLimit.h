@@ -7,9 +7,10 @@
 namespace vela {
 
 /*!
-    Has \a ssl refuse servers whose Diffie-Hellman group is larger than 10,000 bits, as newer
-   engines do by themselves. Computing with 32,760 bits would hold a client's thread for ten
-   seconds.
+    Has \a ssl refuse servers that would hold a client's thread: with a Diffie-Hellman group larger
+    than 10,000 bits, as newer engines do by themselves, or with a certificate whose key is on a
+    curve of its own making. With the former the reference engine computes for ten seconds, with the
+    latter it can do so for ever.
 */
 void limitGroups(SSL* ssl);
 

@@ -214,8 +214,9 @@ private:
 
 /*!
     Has \a isAcceptable look at each message of the server's handshake, header included, before the
-    engine does. Of a message that is not accepted the engine finds another length, and refuses it.
-    Engines that have the bounds themselves that this is for do not ask.
+    engine does. Of a message that is not accepted the engine finds another length, and refuses it;
+    why is what \a isAcceptable has added to the error queue. Engines that have the bounds
+    themselves that this is for do not ask.
 */
 using MessageJudge = bool (*)(const SSL* ssl, const unsigned char* message, std::size_t size);
 
@@ -229,7 +230,6 @@ void judgeMessage(int isWritten, int, int contentType, const void* message, std:
         || isAcceptable(ssl, static_cast<const unsigned char*>(message), size)) {
         return;
     }
-    DHerr(DH_F_COMPUTE_KEY, DH_R_MODULUS_TOO_LARGE);
     ssl->init_num = ssl->init_num > 0 ? 0 : 1;
     ssl->s3->tmp.message_size = static_cast<unsigned long>(ssl->init_num);
 }

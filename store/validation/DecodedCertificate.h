@@ -2,8 +2,8 @@
 #ifndef FERRULE_DECODEDCERTIFICATE_H
 #define FERRULE_DECODEDCERTIFICATE_H
 
+#include "cert/CertificateOutline.h"
 #include "store/validation/CertificateExtensions.h"
-#include "store/validation/CertificateOutline.h"
 
 #include <QtCore/QByteArray>
 

@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
+#include "tests/common/DerWriter.h"
 #include "tests/common/ErrorQueue.h"
+#include "tests/common/PemFile.h"
 #include "tests/common/TestCertificates.h"
 
 #include <Ferrule/SslCertificate.h>
@@ -40,6 +42,7 @@ private Q_SLOTS:
     void textThatIsNoCertificateGivesAnEmptyObject_data();
     void textThatIsNoCertificateGivesAnEmptyObject();
     void truncatedPemGivesAnEmptyObject();
+    void keyThatTakesForEverIsNotDecoded();
     void failuresLeaveTheErrorQueueAsItWas();
 };
 
@@ -107,6 +110,18 @@ void CertificateParsingTest::truncatedPemGivesAnEmptyObject()
                  qPrintable(text("%1").arg(length)));
     }
     QVERIFY(!SslCertificate(pem.constData(), endOfLastLine).isEmpty());
+}
+
+void CertificateParsingTest::keyThatTakesForEverIsNotDecoded()
+{
+    test::der::Certificate one;
+    one.key = test::der::unendingKey();
+    const QByteArray pem = test::toPem(test::der::encode(one));
+    const SslCertificate certificate(pem.constData(), pem.size());
+    QVERIFY(!certificate.isEmpty());
+    QCOMPARE(certificate.subjectCommonName(), text("subject"));
+    QCOMPARE(certificate.cipher().authentication, text("id-ecPublicKey"));
+    QCOMPARE(certificate.cipher().authenticationBits, 0);
 }
 
 void CertificateParsingTest::failuresLeaveTheErrorQueueAsItWas()

@@ -81,6 +81,23 @@ inline QByteArray rsaKey(const QByteArray& modulus, const QByteArray& exponent)
     return sequence(sequence(object("2a864886f70d010101") + value(Null, {})) + bits(key));
 }
 
+/*!
+    The information of a key on a curve that it describes itself: the modulus is no prime, and the
+    generator half a point, for whose other half some engines search for ever.
+*/
+inline QByteArray unendingKey()
+{
+    const QByteArray modulus("\x46\x02\x01", 3);
+    const QByteArray field = sequence(object("2a8648ce3d0101") + value(Integer, modulus));
+    const QByteArray a = value(OctetString, QByteArray("\0\0\1", 3));
+    const QByteArray b = value(OctetString, QByteArray("\x20\xa7\xee", 3));
+    const QByteArray generator = value(OctetString, QByteArray("\2\0\0\0", 4));
+    const QByteArray one = value(Integer, QByteArray(1, '\1'));
+    const QByteArray curve =
+        sequence(one + field + sequence(a + b) + generator + value(Integer, modulus) + one);
+    return sequence(sequence(object("2a8648ce3d0201") + curve) + bits(QByteArray("\2\0\0\0", 4)));
+}
+
 struct Certificate
 {
     QByteArray issuer = commonName("issuer");

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Servers whose Diffie-Hellman groups would keep a client computing for minutes.
+// Servers whose groups would keep a client computing for minutes, or for ever.
 #include "EventWait.h"
 
 #include "support/OpenSslHandles.h"
+#include "tests/common/DerWriter.h"
 #include "tests/common/EnginePeer.h"
 #include "tests/common/FreshPort.h"
 
@@ -102,6 +103,55 @@ struct Outcome
     QString text;
 };
 
+QByteArray sized(const QByteArray& content, int octets)
+{
+    QByteArray size;
+    for (int shift = 8 * (octets - 1); shift >= 0; shift -= 8)
+        size.append(static_cast<char>(content.size() >> shift));
+    return size + content;
+}
+
+QByteArray message(char type, const QByteArray& content)
+{
+    return type + sized(content, 3);
+}
+
+/*!
+    A server that says hello, shows certificates and says nothing more. The engine cannot be had to
+    show such as these.
+*/
+class ShowingServer : public QTcpServer
+{
+public:
+    explicit ShowingServer(const QByteArray& certificates)
+    {
+        listenOnFreshPort(this);
+        connect(this, &QTcpServer::newConnection, this, [this, certificates] {
+            const QByteArray hello = "\x03\x03" + QByteArray(32, 'r') + sized(QByteArray(), 1)
+                                     + QByteArray("\xc0\x2f\0", 3);
+            const QByteArray flight =
+                message(SSL3_MT_SERVER_HELLO, hello) + message(SSL3_MT_CERTIFICATE, certificates);
+            nextPendingConnection()->write("\x16\x03\x03" + sized(flight, 2));
+        });
+    }
+};
+
+//! Returns \a ders as the content of a message with certificates.
+QByteArray listOf(const QList<QByteArray>& ders)
+{
+    QByteArray list;
+    for (const QByteArray& der : ders)
+        list += sized(der, 3);
+    return sized(list, 3);
+}
+
+QByteArray encodeWith(const QByteArray& key)
+{
+    der::Certificate one;
+    one.key = key;
+    return der::encode(one);
+}
+
 void addSizes()
 {
     QTest::addColumn<int>("bits");
@@ -123,6 +173,10 @@ private Q_SLOTS:
     void hugeGroupsAreRefused();
     void hugeGroupsOfCertificatesAreRefused_data() { addSizes(); }
     void hugeGroupsOfCertificatesAreRefused();
+    void curvesOfTheirOwnAreRefused_data();
+    void curvesOfTheirOwnAreRefused();
+    void otherCertificatesAreLeftToTheEngine_data();
+    void otherCertificatesAreLeftToTheEngine();
 };
 
 void TestHugeGroups::hugeGroupsAreRefused()
@@ -147,6 +201,67 @@ void TestHugeGroups::hugeGroupsOfCertificatesAreRefused()
     });
     QTEST(outcome.connected, "isAccepted");
     QCOMPARE(outcome.isRefusedAtOnce(), !outcome.connected);
+}
+
+void TestHugeGroups::curvesOfTheirOwnAreRefused_data()
+{
+    QTest::addColumn<QByteArray>("certificates");
+    const QByteArray usual = der::encode(der::Certificate());
+    const QByteArray key = der::unendingKey();
+    const QByteArray unending = encodeWith(key);
+    QTest::newRow("own certificate") << listOf({unending});
+    QTest::newRow("issuer's") << listOf({usual, unending});
+    QTest::newRow("last of many") << listOf({usual, usual, usual, usual, usual, unending});
+    // The same key, whose algorithm now has no length but an end.
+    const int algorithmSize = static_cast<unsigned char>(key.at(3));
+    const QByteArray algorithm = key.mid(4, algorithmSize);
+    const QByteArray hidden = der::sequence(QByteArray("\x30\x80", 2) + algorithm
+                                            + QByteArray(2, '\0') + key.mid(4 + algorithmSize));
+    QTest::newRow("hidden") << listOf({encodeWith(hidden)});
+}
+
+void TestHugeGroups::curvesOfTheirOwnAreRefused()
+{
+    QFETCH(QByteArray, certificates);
+    ShowingServer server(certificates);
+    SslSocket client(SslSocket::Client);
+    client.setCiphers(QStringLiteral("DEFAULT"));
+    QSignalSpy verdict(&client, &SslSocket::connectionVerificationDone);
+    QSignalSpy error(&client, &SslSocket::errorOccurred);
+    client.connectToHost(QStringLiteral("localhost"), server.serverPort());
+    QVERIFY(waitFor([&] { return !error.isEmpty(); }));
+    QVERIFY2(client.errorString().contains(QStringLiteral("unknown group")),
+             qPrintable(client.errorString()));
+    QVERIFY(verdict.isEmpty());
+}
+
+void TestHugeGroups::otherCertificatesAreLeftToTheEngine_data()
+{
+    QTest::addColumn<QByteArray>("certificates");
+    QTest::addColumn<QString>("text");
+    const QByteArray usual = der::encode(der::Certificate());
+    const QString mismatch = QStringLiteral("length mismatch");
+    QTest::newRow("none") << listOf({}) << QString();
+    QTest::newRow("nothing") << QByteArray() << mismatch;
+    QTest::newRow("list longer than the message") << listOf({usual}).chopped(1) << mismatch;
+    QTest::newRow("octet behind the list") << listOf({usual}) + '.' << mismatch;
+    QTest::newRow("certificate longer than the list")
+        << sized(sized(usual, 3).chopped(1), 3) << QStringLiteral("cert length mismatch");
+    QTest::newRow("octet in the list") << sized(sized(usual, 3) + '.', 3) << mismatch;
+}
+
+void TestHugeGroups::otherCertificatesAreLeftToTheEngine()
+{
+    QFETCH(QByteArray, certificates);
+    QFETCH(QString, text);
+    ShowingServer server(certificates);
+    SslSocket client(SslSocket::Client);
+    client.setCiphers(QStringLiteral("DEFAULT"));
+    QSignalSpy error(&client, &SslSocket::errorOccurred);
+    client.connectToHost(QStringLiteral("localhost"), server.serverPort());
+    QVERIFY(waitFor([&] { return !error.isEmpty(); }));
+    QVERIFY2(client.errorString().endsWith(text), qPrintable(client.errorString()));
+    QVERIFY(!client.errorString().contains(QStringLiteral("unknown group")));
 }
 
 QTEST_GUILESS_MAIN(TestHugeGroups)

@@ -2,8 +2,8 @@
 #ifndef FERRULE_CERTIFICATECONTEXT_H
 #define FERRULE_CERTIFICATECONTEXT_H
 
+#include "cert/CertificateOutline.h"
 #include "store/platform/CryptoApi.h"
-#include "store/validation/CertificateOutline.h"
 
 #include <QtCore/QByteArray>
 #include <QtCore/qglobal.h>

@@ -2,6 +2,7 @@
 #include "tests/common/DerWriter.h"
 #include "tests/common/TestCertificates.h"
 
+#include "cert/CertificateOutline.h"
 #include "store/validation/DecodedCertificate.h"
 
 #include <QtTest/QtTest>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "store/validation/CertificateOutline.h"
+#include "cert/CertificateOutline.h"
 
 #include <algorithm>
 #include <array>
