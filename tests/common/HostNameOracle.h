@@ -80,7 +80,7 @@ public:
             QStringLiteral("\\A(?=[\\x00-\\x7F]{1,253}\\z)([-_a-zA-Z0-9]{1,63}\\.)*(?!([0-9]+|0[xX]"
                            "[0-9a-fA-F]*)\\z)"
                            "[-_a-zA-Z0-9]{1,63}\\z"));
-        return expression.match(QString::fromLatin1(name)).hasMatch();
+        return expression.match(QString::fromLatin1(name.constData(), name.size())).hasMatch();
     }
 
 private:

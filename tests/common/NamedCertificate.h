@@ -7,6 +7,7 @@
 
 #include <QtCore/QByteArray>
 #include <QtCore/QList>
+#include <QtCore/QString>
 
 namespace test {
 
@@ -15,6 +16,11 @@ namespace der {
 inline QByteArray alternativeNamesExtension(const QByteArray& content)
 {
     return extension("551d11", content);
+}
+
+inline QByteArray commonNameAttribute(unsigned char tag, const QByteArray& octets)
+{
+    return value(Set, sequence(object("550403") + value(tag, octets)));
 }
 
 //! The name of another kind that is known by its object identifier.
@@ -63,6 +69,11 @@ inline QByteArray encodedName(const QByteArray& text)
     return {};
 }
 
+inline bool isUtf8(const QByteArray& text)
+{
+    return QString::fromUtf8(text).toUtf8() == text;
+}
+
 /*!
     Makes a certificate with the alternative names that \a names describe, and with a common name
    for each "CN:" among them, in order; "BMPCN:" takes octets of two for each character.
@@ -73,10 +84,10 @@ inline vela::X509Handle certificateFor(const QList<QByteArray>& names)
     QByteArray alternativeNames;
     for (const QByteArray& name : names) {
         if (name.startsWith("CN:"))
-            attributes += der::attribute("550403", name.mid(3));
+            attributes +=
+                der::commonNameAttribute(isUtf8(name) ? der::Utf8String : 0x14, name.mid(3));
         else if (name.startsWith("BMPCN:"))
-            attributes += der::value(
-                der::Set, der::sequence(der::object("550403") + der::value(0x1E, name.mid(6))));
+            attributes += der::commonNameAttribute(0x1E, name.mid(6));
         else
             alternativeNames += encodedName(name);
     }
