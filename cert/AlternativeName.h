@@ -29,6 +29,8 @@ namespace vela {
     - International host names stay as they are encoded, "xn--bcher-kva.example". Decoded, they
    could look like any other name.
     - #isValid is false for whatever is no name of its kind. Say so beside it, or leave it out.
+    - A URI may name one host before an "@" and lead to another, and any scheme is one: do not make
+   it a link.
     - A text may be as long as the certificate. Elide it in the middle: where a host belongs to
    stands at its end.
     - Give it to a widget as `Qt::PlainText`, like everything that a peer sends: "&" is kept.

@@ -92,10 +92,10 @@ inline uint qHash(const SslCertificatePtr& certificate, uint seed = 0)
    several common names only the last counts, the one that subjectCommonName() returns, and only in
    an encoding of one octet for each ASCII character.
     - <b>Names</b> are compared without regard to the case of ASCII letters. A label has 1 to 63
-      letters, digits, hyphens and underscores, a name at most 253 characters and no number as its
-      last label. One period at the end of \a name is left aside; in a certificate it is an error.
-      What breaks one of these rules, an embedded NUL for instance, is no host name and matches
-      nothing.
+      letters, digits, hyphens and underscores, a name at most 253 characters (converted or
+      not) and no number as its last label. One period at the end of \a name is left aside; in a
+   certificate it is an error. What breaks one of these rules, an embedded NUL for instance, is no
+   host name and matches nothing.
     - <b>A wildcard</b> is the whole left-most label of the certificate's name and stands for
    exactly one label, be it an international one: "*.example.com" is for "www.example.com", not for
       "example.com" and "a.b.example.com". At least two labels follow it. Any other "*" matches

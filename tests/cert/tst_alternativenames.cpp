@@ -126,6 +126,7 @@ void AlternativeNamesTest::nameIsShown_data()
     row("empty host", "DNS:", Name::DnsName, false, "");
 
     row("IPv4", "IP:C0000201", Name::IpAddress, true, "192.0.2.1");
+    row("unspecified IPv4", "IP:00000000", Name::IpAddress, true, "0.0.0.0");
     row("IPv6", "IP:20010DB8000000000000000000000001", Name::IpAddress, true, "2001:db8::1");
     row("mapped IPv4", "IP:00000000000000000000FFFFC0000201", Name::IpAddress, true,
         "::ffff:192.0.2.1");

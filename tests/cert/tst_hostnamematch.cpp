@@ -222,6 +222,8 @@ void HostNameMatchTest::hostIsMatched_data()
            "ba\xC2\xAD"
            "nk.example",
            Yes);
+    addRow("too many soft hyphens", {"DNS:bank.example"},
+           "bank" + QByteArray("\xC2\xAD").repeated(300) + ".example", None);
     addRow("soft hyphen alone", {"DNS:.example.com"}, "\xC2\xAD.example.com", None);
     addRow("Cyrillic a", {"DNS:bank.example"},
            "b\xD0\xB0"
@@ -242,6 +244,10 @@ void HostNameMatchTest::hostIsMatched_data()
     addRow("IPv4, one of many", {"DNS:a.example", "IP:C0000202", "IP:C0000201"}, "192.0.2.1", Yes);
     addRow("another IPv4", {"IP:C0000201"}, "192.0.2.2", None);
     addRow("IPv4 as host name", {"DNS:192.0.2.1"}, "192.0.2.1", None);
+    addRow("octets of the address as host name", {"DNS:\xC0\x01\x02\x03", "URI:\xC0\x01\x02\x03"},
+           "192.1.2.3", None);
+    addRow("unspecified IPv4", {"IP:00000000"}, "0.0.0.0", Yes);
+    addRow("broadcast", {"IP:FFFFFFFF"}, "255.255.255.255", Yes);
     addRow("IPv4 as common name", {"CN:192.0.2.1"}, "192.0.2.1", None);
     addRow("IPv4 as URI", {"URI:https://192.0.2.1/"}, "192.0.2.1", None);
     addRow("IPv4 as text", {"IP:3139322E302E322E31"}, "192.0.2.1", None);
@@ -278,7 +284,13 @@ void HostNameMatchTest::hostIsMatched_data()
     addRow("IPv6 with a zone", {linkLocal}, "fe80::1%eth0", Yes);
     addRow("IPv6 with a zone in brackets", {linkLocal}, "[fe80::1%12]", Yes);
     addRow("IPv6 with an empty zone", {linkLocal}, "fe80::1%", None);
-    addRow("IPv6 with an escaped zone", {linkLocal}, "fe80::1%25eth0%", None);
+    addRow("IPv6 with an escaped zone", {linkLocal}, "fe80::1%25eth0", Yes);
+    addRow("IPv6 with two zones", {linkLocal}, "fe80::1%1%2", None);
+    addRow("IPv6 with a blank in the zone", {linkLocal}, "fe80::1%eth 0", None);
+    addRow("end of the link-local addresses", {"IP:FEBF0000000000000000000000000001"},
+           "febf::1%eth0", Yes);
+    addRow("behind the link-local addresses", {"IP:FEC00000000000000000000000000001"},
+           "fec0::1%eth0", None);
     addRow("IPv6 that needs no zone", {loopback}, "::1%eth0", None);
     addRow("mapped IPv4 in the host", {"IP:C0000201"}, "::ffff:192.0.2.1", None);
     addRow("mapped IPv4 in the certificate", {"IP:00000000000000000000FFFFC0000201"}, "192.0.2.1",
