@@ -2,6 +2,7 @@
 #ifndef FERRULE_SSLCERTIFICATE_H
 #define FERRULE_SSLCERTIFICATE_H
 
+#include <Ferrule/AlternativeName.h>
 #include <Ferrule/CertCipher.h>
 #include <Ferrule/Export.h>
 
@@ -12,6 +13,7 @@
 #include <QtCore/QObject>
 #include <QtCore/QString>
 #include <QtCore/QStringList>
+#include <QtCore/QVector>
 
 #include <boost/shared_ptr.hpp>
 
@@ -75,6 +77,42 @@ inline uint qHash(const SslCertificatePtr& certificate, uint seed = 0)
     - Keys keep their case but are looked up in upper case: issuerEMail() and subjectEMail() never
       find the "emailAddress" that OpenSSL writes. Read
       `subjectAttributes().value("emailAddress")` instead.
+
+    \section hosts Host names
+    matchesHost() follows RFC 6125, and with #AlternativeNamesOnly RFC 9525:
+
+    \code
+    if (result != vela::VerifyOk || !certificate.matchesHost(socket->peerName()))
+        socket->close();
+    \endcode
+
+    - <b>Alternative names come first.</b> The common name counts where there is no host name,
+      URI or service name (SRV) among them, be it a valid one or not, and never when the
+      extension is malformed: not decodable, without an element, with octets behind it, or there
+      twice. Of several common names only the last of the subject counts, and only in an
+      encoding of one octet for each ASCII character.
+    - <b>Names</b> are compared without regard to the case of ASCII letters. A label has 1 to 63
+      letters, digits, hyphens and underscores, a name at most 253 characters, converted or not,
+      and no number as its last label. One period at the end of \a name is left aside; in a
+      certificate it is an error. What breaks one of these rules, by an embedded NUL for
+      instance, is no host name and matches nothing.
+    - <b>A wildcard</b> is the whole left-most label of the certificate's name and stands for
+      exactly one label, be it an international one: "*.example.com" is for "www.example.com",
+      not for "example.com" and "a.b.example.com". At least two labels follow it. Any other "*"
+      matches nothing, that in \a name included. Which domains belong to everybody ("*.co.uk")
+      is not known.
+    - <b>International names</b> may be given as "b&uuml;cher.example" or
+      "xn--bcher-kva.example"; the former is converted by `QUrl::toAce()`, as Qt does when it
+      looks the name up, so what is compared is what was connected to. Certificates must have
+      the latter; UTF-8 matches nothing.
+    - <b>Addresses</b> are compared octet for octet with the certificate's addresses, never with
+      host names, patterns or the common name, and "::ffff:192.0.2.1" is not 192.0.2.1. IPv4 is
+      four decimal numbers without leading zeros; all else that some resolvers read ("127.1",
+      "0x7f000001") matches nothing. IPv6 may stand in brackets. A zone ("fe80::1%eth0") is left
+      aside for link-local addresses, since it has a meaning on this machine only; elsewhere it
+      is an error.
+
+    Time grows with the size of the certificate and no faster.
 
     \section coding PEM and DER
     The static functions work on handles, the member functions write the object's own certificate.
@@ -306,6 +344,32 @@ public:
        while the library is loaded.
     */
     static const int g_metaTypes[5];
+
+    //! \name The names that it is for
+    //! See \ref hosts.
+    //! \{
+
+    //! What matchesHost() looks at.
+    enum HostNameCheck {
+        AllowCommonName,     //!< The common name, too, where no alternative name is for hosts.
+        AlternativeNamesOnly //!< Alternative names and nothing else, as RFC 9525 has it.
+    };
+
+    /*!
+        Returns the alternative names of the subject in their order, decoded anew with each call.
+        Empty when there are none, and when the extension is malformed; see \ref hosts. Read about
+        \ref showing "showing names" before they meet a person.
+    */
+    QVector<AlternativeName> alternativeNames() const;
+
+    /*!
+        Returns true if the certificate is for the host \a name, which is an ASCII or international
+        host name or an address, as given to `connectToHost()`. Says nothing about whether the
+        certificate can be trusted. Always false for an empty object and for a \a name that is no
+        host.
+    */
+    bool matchesHost(const QString& name, HostNameCheck check = AllowCommonName) const;
+    //! \}
 
 protected:
     /*!

@@ -1,62 +1,13 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "socket/ServerName.h"
 
-#include <QtCore/QList>
-#include <QtCore/QUrl>
-
-#include <algorithm>
-#include <cstring>
+#include "cert/HostName.h"
 
 namespace vela {
 
 namespace {
 
-constexpr int LONGEST_NAME = 253;
-constexpr int LONGEST_LABEL = 63;
 constexpr int NAME_OFFSET = 5; // Behind the list's length, and type and length of its one entry.
-const char DIGITS[] = "0123456789";
-const char HEXADECIMAL_DIGITS[] = "0123456789abcdef";
-
-bool isAscii(const QString& text)
-{
-    return std::all_of(text.cbegin(), text.cend(), [](QChar c) { return c.unicode() < 0x80; });
-}
-
-bool consistsOf(const QByteArray& text, const char* characters)
-{
-    return std::all_of(text.cbegin(), text.cend(),
-                       [characters](char c) { return c != 0 && std::strchr(characters, c); });
-}
-
-bool isLabel(const QByteArray& label)
-{
-    // The underscore is against the rules, but there are such hosts, and they can be reached.
-    return !label.isEmpty() && label.size() <= LONGEST_LABEL && !label.startsWith('-')
-           && !label.endsWith('-') && consistsOf(label, "abcdefghijklmnopqrstuvwxyz0123456789-_");
-}
-
-//! Resolvers take what ends so for an address, in one of its older spellings if need be.
-bool isNumber(const QByteArray& label)
-{
-    return consistsOf(label, DIGITS)
-           || (label.startsWith("0x") && consistsOf(label.mid(2), HEXADECIMAL_DIGITS));
-}
-
-bool isHostName(const QByteArray& name)
-{
-    if (name.size() > LONGEST_NAME)
-        return false;
-    const QList<QByteArray> labels = name.split('.');
-    return std::all_of(labels.cbegin(), labels.cend(), isLabel) && !isNumber(labels.last());
-}
-
-//! Returns \a name without the dot at the end that stands for the root; empty for no host name.
-QByteArray checked(QByteArray name)
-{
-    if (name.endsWith('.'))
-        name.chop(1);
-    return isHostName(name) ? name : QByteArray();
-}
 
 int readLength(const unsigned char* octets)
 {
@@ -75,12 +26,15 @@ QByteArray nameIn(const unsigned char* extension, int size)
     return QByteArray(name, nameSize);
 }
 
-} // namespace
-
-QByteArray toServerName(const QString& name)
+//! Returns \a name, as a client has sent it, in the form in which it is told; empty for no host.
+QByteArray checked(QByteArray name)
 {
-    return checked(isAscii(name) ? name.toLatin1().toLower() : QUrl::toAce(name));
+    if (name.endsWith('.'))
+        name.chop(1);
+    return isHostName({name.constData(), std::size_t(name.size())}) ? name.toLower() : QByteArray();
 }
+
+} // namespace
 
 bool ServerName::begin(SSL* ssl, const QByteArray& name)
 {
@@ -106,7 +60,7 @@ void ServerName::extensionCame(SSL* ssl, int, int type, ExtensionOctet* data, in
     if (type != TLSEXT_TYPE_server_name || self->m_settled || !SSL_is_server(ssl))
         return;
     // Nobody is to see as a name what a client could never be asked to connect to.
-    self->m_name = checked(nameIn(data, size).toLower());
+    self->m_name = checked(nameIn(data, size));
 }
 
 } // namespace vela

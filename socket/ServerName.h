@@ -5,18 +5,10 @@
 #include "support/OpenSslCompat.h"
 
 #include <QtCore/QByteArray>
-#include <QtCore/QString>
 
 #include <openssl/ssl.h>
 
 namespace vela {
-
-/*!
-    Returns \a name in the form in which clients send it: international labels in ASCII, lower case,
-    without a dot at the end. Empty for an address and for what is no host name, which a server
-    could only refuse.
-*/
-QByteArray toServerName(const QString& name);
 
 /*!
     The server name of a connection: the one that its client sends, or has sent. Must stay where it
@@ -36,7 +28,7 @@ public:
 
     void clear();
 
-    //! Returns the name in the form of toServerName(); empty when there is none.
+    //! Returns the name as readHostName() gives it; empty when there is none.
     const QByteArray& name() const { return m_name; }
 
 private:

@@ -20,7 +20,7 @@ struct SessionOrigin
 {
     QString key;
     QString server;
-    QByteArray serverName{}; //!< As toServerName() gives it.
+    QByteArray serverName{}; //!< As readHostName() gives it.
 
     friend bool operator<(const SessionOrigin& a, const SessionOrigin& b)
     {

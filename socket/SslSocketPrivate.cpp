@@ -3,6 +3,7 @@
 
 #include "socket/SslSocketPrivate.h"
 
+#include "cert/HostName.h"
 #include "socket/SessionCache.h"
 #include "support/QtCompat.h"
 
@@ -55,7 +56,7 @@ SessionOrigin SslSocketPrivate::sessionOrigin() const
     if (!transport)
         return {sessionKey, sessionKey, QByteArray()};
     const QString name = transport->peerName();
-    const QByteArray serverName = toServerName(settings.serverName.value_or(name));
+    const QByteArray serverName = readHostName(settings.serverName.value_or(name)).name;
     if (transport.isOwned())
         return {sessionKey, sessionKey, serverName};
     const QString server = name.isEmpty() ? transport->peerAddress().toString() : name;
@@ -68,7 +69,7 @@ QString SslSocketPrivate::serverName() const
 {
     if (engine.connection())
         return QString::fromLatin1(engine.serverName());
-    return QString::fromLatin1(toServerName(settings.serverName.value_or(QString())));
+    return QString::fromLatin1(readHostName(settings.serverName.value_or(QString())).name);
 }
 
 void SslSocketPrivate::copyEndpoint()
