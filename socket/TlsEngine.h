@@ -55,8 +55,8 @@ public:
 
     /*!
         Makes a new connection in the place of the one there is, and offers it a session of
-        \a origin, whose server name a client sends. \a settings go to the context that all share. Returns what is to be reported of
-        a failure, in the host's language, or a null string.
+        \a origin, whose server name a client sends. \a settings go to the context that all share.
+        Returns what is to be reported of a failure, in the host's language, or a null string.
     */
     QString begin(Role role, const TlsSettings& settings, const SessionOrigin& origin);
 
