@@ -6,6 +6,7 @@
 #include "tests/common/DerWriter.h"
 #include "tests/common/EnginePeer.h"
 #include "tests/common/FreshPort.h"
+#include "tests/common/SizedOctets.h"
 
 #include <Ferrule/SslSocket.h>
 
@@ -102,14 +103,6 @@ struct Outcome
     double seconds = 0; //!< Of processor time, the server's included.
     QString text;
 };
-
-QByteArray sized(const QByteArray& content, int octets)
-{
-    QByteArray size;
-    for (int shift = 8 * (octets - 1); shift >= 0; shift -= 8)
-        size.append(static_cast<char>(content.size() >> shift));
-    return size + content;
-}
 
 QByteArray message(char type, const QByteArray& content)
 {

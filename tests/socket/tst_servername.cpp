@@ -6,6 +6,7 @@
 
 #include "cert/HostName.h"
 #include "socket/TlsEngine.h"
+#include "tests/common/SizedOctets.h"
 #include "tests/common/TlsServer.h"
 
 #include <Ferrule/SslProxySocket.h>
@@ -13,6 +14,7 @@
 #include <QtTest/QtTest>
 
 using test::EnginePeer;
+using test::sized;
 using vela::SslProxySocket;
 using vela::SslSocket;
 
@@ -72,14 +74,6 @@ QString labels(int count, int length)
     for (int i = 0; i < count; ++i)
         list.append(QString(length, QLatin1Char('a')));
     return list.join(QLatin1Char('.'));
-}
-
-QByteArray sized(const QByteArray& content, int octets)
-{
-    QByteArray size;
-    for (int shift = 8 * (octets - 1); shift >= 0; shift -= 8)
-        size.append(static_cast<char>(content.size() >> shift));
-    return size + content;
 }
 
 //! Returns a client's first message, with \a extension for the server's name.
