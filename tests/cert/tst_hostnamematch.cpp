@@ -7,7 +7,6 @@
 
 #include <openssl/err.h>
 
-#include <QtCore/QElapsedTimer>
 #include <QtCore/QRandomGenerator>
 #include <QtCore/QSet>
 
@@ -95,7 +94,7 @@ private Q_SLOTS:
     void hostWithNulMatchesNothing();
     void emptyObjectAndEmptyHostMatchNothing();
     void namesOfAnyLengthAreCompared();
-    void hugeCertificatesTakeNoLongerThanTheirSize();
+    void hugeCertificatesAreMatched();
     void corpusAgreesWithTheEngine();
     void randomNamesAgreeWithTheEngine();
     void errorQueueIsLeftAsItWas();
@@ -511,7 +510,7 @@ void HostNameMatchTest::namesOfAnyLengthAreCompared()
     QVERIFY(!matches(x509, QStringLiteral("::1%") + QString(LENGTH, u'1')));
 }
 
-void HostNameMatchTest::hugeCertificatesTakeNoLongerThanTheirSize()
+void HostNameMatchTest::hugeCertificatesAreMatched()
 {
     constexpr int COUNT = 100000;
     QByteArray names;
@@ -521,15 +520,8 @@ void HostNameMatchTest::hugeCertificatesTakeNoLongerThanTheirSize()
         test::certificateOf(test::der::attribute("550403", "a.example"),
                             test::der::alternativeNamesExtension(test::der::sequence(names)));
     QVERIFY(x509);
-    QElapsedTimer timer;
-    timer.start();
     QVERIFY(matches(x509, "a99999"));
     QVERIFY(!matches(x509, "a.example"));
-    const qint64 elapsed = timer.elapsed();
-    qInfo("two answers about %d names: %lld ms", COUNT, elapsed);
-    // Far from what it takes, even under Wine or a sanitizer; what grows with the square is
-    // farther.
-    QVERIFY(elapsed < 20000);
 }
 
 void HostNameMatchTest::corpusAgreesWithTheEngine()
