@@ -43,7 +43,10 @@ class SslSocketPrivate;
 
     \section verdict The verdict is the host's business
     A handshake never fails because of a bad certificate. A host that cares listens to
-    connectionVerificationDone() and calls close() or disconnectFromHost() there.
+    connectionVerificationDone() and calls close() or disconnectFromHost() there. The one exception
+    protects the host: with OpenSSL 1.0.2 a certificate whose key is on a curve that it describes
+    itself, or that hides what kind of key it has, ends the handshake with "SSL error: %1" before
+    OpenSSL computes with it, which may take for ever.
 
     The verdict holds for the whole connection. A peer that begins another handshake later, as TLS
     1.2 and earlier versions permit, and shows another certificate in it or none, is refused: the
